@@ -1,0 +1,48 @@
+#pragma once
+// The hand-written side of SdpPromoteService: portal management, process queries, the diagnosis
+// tool and the liveness probe. Holds no mutable state, so RPC threads share it without a lock.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "rpc/SdpPromoteService.h"
+
+namespace corvid {
+
+class SdpPromoteServiceImpl : public rpc::thrift::SdpPromoteServiceIf {
+public:
+    SdpPromoteServiceImpl();
+    ~SdpPromoteServiceImpl() override = default;
+
+    void updatePortal(std::string& _return, const std::string& param) override;
+    void copyPortalDir(std::string& _return, const std::string& param) override;
+    void delPortalDir(std::string& _return, const std::string& param) override;
+    void getProcessData(rpc::thrift::ProcessData& _return, int64_t pid) override;
+    void getAllProcessData(rpc::thrift::ProcessData& _return) override;
+    bool StartDiagnosisTool() override;
+    bool reLaunchTool() override;
+    bool IsRpcStatusNormal() override;
+
+    /// "SdpPromoteService": the name the processor is registered under.
+    static const char* getServiceName();
+    /// A new processor over a new implementation object.
+    static std::shared_ptr<apache::thrift::TProcessor> getProcessor();
+
+private:
+    // Tests reach the helpers below through this accessor.
+    friend struct SdpPromoteServiceImplAccess;
+
+    void getTrayAppPath(std::string& path);
+    bool verifySignature(const std::string& zipPath, const std::string& signPath);
+    bool unZipToFile(const std::string& zipPath, const std::string& destDir);
+    bool readFileContent(const std::string& path, std::string& out, bool binary);
+    void copyPortalFileRecursion(const std::string& src, const std::string& dst);
+    bool stringInList(const std::string& s, const std::vector<std::string>& list);
+
+    /// Extensions of the resource files copyPortalDir moves in.
+    std::vector<std::string> copyFilter_;
+};
+
+}  // namespace corvid

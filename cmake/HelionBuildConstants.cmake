@@ -1,0 +1,33 @@
+# The module reads no configuration at run time: the bundle's Resources directory and the
+# package-signing public key are compiled in. helion_build_constants() makes an OBJECT library
+# holding one such set, so the deployed module and the test builds can differ only in it.
+
+# Fails the configuration unless FILE holds an RSA-2048 public key (exponent 65537) in the
+# exact PEM SubjectPublicKeyInfo form the verifier expects.
+function(helion_check_public_key file)
+    if(NOT EXISTS "${file}")
+        message(FATAL_ERROR "HELION_PORTAL_PUBLIC_KEY: '${file}' does not exist")
+    endif()
+    file(READ "${file}" pem)
+    string(LENGTH "${pem}" pem_length)
+    set(spki_prefix "-----BEGIN PUBLIC KEY-----\nMIIBIjANBgkqhkiG9w0BAQEFAAOCAQ8AMIIBCgKCAQEA")
+    string(FIND "${pem}" "${spki_prefix}" prefix_at)
+    string(FIND "${pem}" "IDAQAB\n-----END PUBLIC KEY-----\n" suffix_at)
+    if(NOT pem_length EQUAL 451 OR NOT prefix_at EQUAL 0 OR NOT suffix_at EQUAL 419)
+        message(FATAL_ERROR "HELION_PORTAL_PUBLIC_KEY: '${file}' is not a PEM RSA-2048 public key "
+                            "(SubjectPublicKeyInfo, exponent 65537, 451 characters); "
+                            "make one with 'helion-portal keygen'")
+    endif()
+endfunction()
+
+function(helion_build_constants target)
+    cmake_parse_arguments(ARG "" "RESOURCES_DIR;PUBLIC_KEY" "" ${ARGN})
+    helion_check_public_key("${ARG_PUBLIC_KEY}")
+    file(READ "${ARG_PUBLIC_KEY}" HELION_PUBLIC_KEY_PEM)
+    string(REGEX REPLACE "/+$" "" HELION_CONST_RESOURCES_DIR "${ARG_RESOURCES_DIR}")
+    set(out "${CMAKE_CURRENT_BINARY_DIR}/${target}/BuildConstants.cpp")
+    configure_file("${PROJECT_SOURCE_DIR}/cmake/BuildConstants.cpp.in" "${out}" @ONLY)
+    add_library(${target} OBJECT "${out}")
+    target_link_libraries(${target} PRIVATE helion_settings)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${ARG_PUBLIC_KEY}")
+endfunction()

@@ -1,0 +1,27 @@
+# Shared compile settings: every project target links helion_settings.
+add_library(helion_settings INTERFACE)
+add_library(HelionPromote::settings ALIAS helion_settings)
+target_compile_options(helion_settings INTERFACE
+    -Wall -Wextra -Wpedantic -Wno-unused-parameter
+    $<$<BOOL:${HELION_WARNINGS_AS_ERRORS}>:-Werror>)
+target_include_directories(helion_settings INTERFACE
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+
+if(HELION_SANITIZERS)
+    target_compile_options(helion_settings INTERFACE
+        -fsanitize=${HELION_SANITIZERS} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    target_link_options(helion_settings INTERFACE -fsanitize=${HELION_SANITIZERS})
+endif()
+
+# helion_library(NAME <target> [OBJECT|SHARED] SOURCES ... DEPS ...): one library per folder.
+function(helion_library name)
+    cmake_parse_arguments(ARG "OBJECT;SHARED" "" "SOURCES;DEPS;PRIVATE_DEPS" ${ARGN})
+    set(kind STATIC)
+    if(ARG_OBJECT)
+        set(kind OBJECT)
+    elseif(ARG_SHARED)
+        set(kind SHARED)
+    endif()
+    add_library(${name} ${kind} ${ARG_SOURCES})
+    target_link_libraries(${name} PUBLIC helion_settings ${ARG_DEPS} PRIVATE ${ARG_PRIVATE_DEPS})
+endfunction()

@@ -1,0 +1,50 @@
+#pragma once
+// The module's call-site guard around the host's Logger: a failure inside logging is written to
+// stderr and never reaches the code that logged.
+
+#include <cstdint>
+#include <exception>
+#include <utility>
+
+#include "corvid/Logger.h"
+
+namespace corvid::logging {
+
+/// Module tag of every line this module writes.
+inline constexpr const char* kModuleTag = "HelionPromote";
+
+namespace detail {
+void reportSpdlogFailure(const char* module, const char* function, uint64_t line,
+                         const spdlog::spdlog_ex& error) noexcept;
+void reportStdFailure(const char* module, const char* function, uint64_t line,
+                      const std::exception& error) noexcept;
+void reportUnknownFailure() noexcept;
+}  // namespace detail
+
+/// Logs through Logger::GetInstancePtr(); whatever logging throws is reported on stderr and dropped.
+template <typename... Args>
+void guardedLog(spdlog::level::level_enum level, const char* module, const char* function,
+                uint64_t line, const char* fmt, Args&&... args) noexcept {
+    try {
+        Logger::GetInstancePtr()->log(level, module, function, line, fmt,
+                                      std::forward<Args>(args)...);
+    } catch (const spdlog::spdlog_ex& error) {
+        detail::reportSpdlogFailure(module, function, line, error);
+    } catch (const std::exception& error) {
+        detail::reportStdFailure(module, function, line, error);
+    } catch (...) {
+        detail::reportUnknownFailure();
+    }
+}
+
+}  // namespace corvid::logging
+
+/// Logs under the enclosing function's name and the current line.
+#define HP_LOG(level, fmt, ...)                                                                  \
+    ::corvid::logging::guardedLog(level, ::corvid::logging::kModuleTag, __func__, __LINE__, fmt, \
+                                  ##__VA_ARGS__)
+
+/// Logs under a given function name and line, for lines whose place is part of the log vocabulary.
+#define HP_LOG_AT(level, function, line, fmt, ...) \
+    ::corvid::logging::guardedLog(level, ::corvid::logging::kModuleTag, function, line, fmt, \
+                                  ##__VA_ARGS__)

@@ -1,0 +1,2 @@
+// Placeholder until the binder lands.
+namespace io {}

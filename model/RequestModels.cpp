@@ -1,0 +1,2 @@
+// Placeholder until the request models land.
+namespace corvid::sdp_promote {}

@@ -1,0 +1,2 @@
+// Placeholder until the command runner lands.
+namespace corvid::process::macos::details {}

@@ -1,0 +1,124 @@
+#pragma once
+// Fakes of the host's objects, log capture and scratch directories shared by the tests.
+
+#include <spdlog/sinks/base_sink.h>
+
+#include <boost/filesystem.hpp>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "corvid/IEventBus.h"
+#include "corvid/IRequest.h"
+#include "corvid/IResponse.h"
+#include "corvid/IRpcServer.h"
+#include "corvid/IRunTimeContext.h"
+#include "corvid/Logger.h"
+
+namespace helion::test {
+
+/// One line as the shared Logger handed it to spdlog.
+struct LogLine {
+    spdlog::level::level_enum level;
+    std::string text;
+};
+
+/// Installs a capturing spdlog logger into the shared Logger for the object's lifetime.
+class LogCapture {
+public:
+    explicit LogCapture(spdlog::level::level_enum level = spdlog::level::trace);
+    ~LogCapture();
+
+    std::vector<LogLine> lines() const;
+    /// Lines whose text contains needle.
+    std::vector<LogLine> matching(const std::string& needle) const;
+    bool contains(const std::string& needle) const { return !matching(needle).empty(); }
+    void clear();
+
+private:
+    class Sink;
+    std::shared_ptr<Sink> sink_;
+};
+
+/// A fresh directory below the system's temp directory, removed with everything in it.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    const boost::filesystem::path& path() const { return path_; }
+    std::string str() const { return path_.string(); }
+    /// Writes a file below the directory, creating parents; returns its path.
+    std::string write(const std::string& relative, const std::string& content) const;
+
+private:
+    boost::filesystem::path path_;
+};
+
+/// Reads a whole file; empty when it cannot be read.
+std::string readFile(const std::string& path);
+
+/// The host's RPC server: records registrations, or throws what it is told to.
+class FakeRpcServer : public corvid::IRpcServer {
+public:
+    void registerProcessor(const char* name,
+                           std::shared_ptr<apache::thrift::TProcessor>& processor) override;
+
+    std::map<std::string, std::shared_ptr<apache::thrift::TProcessor>> processors;
+    std::function<void()> throwOnRegister;
+};
+
+/// The host's event bus: records what the module publishes.
+class FakeEventBus : public corvid::IEventBus {
+public:
+    bool publish(const char* topic, const char* content) override;
+
+    std::vector<std::pair<std::string, std::string>> published;
+    bool answer = true;
+};
+
+/// The host's service directory.
+class FakeRuntimeContext : public corvid::IRunTimeContext {
+public:
+    void* queryService(const char* name) override;
+
+    std::map<std::string, void*> services;
+    std::vector<std::string> queries;
+};
+
+class FakeRequest : public corvid::IRequest {
+public:
+    FakeRequest(std::string method, std::string url, std::string body = std::string())
+        : method_(std::move(method)), url_(std::move(url)), body_(std::move(body)) {}
+
+    const char* header(const char*) override { return nullptr; }
+    int64_t bodyLength() override { return static_cast<int64_t>(body_.size()); }
+    const char* body() override { return body_.c_str(); }
+    const char* query() override { return ""; }
+    const char* method() override { return method_.c_str(); }
+    const char* url() override { return url_.c_str(); }
+
+private:
+    std::string method_;
+    std::string url_;
+    std::string body_;
+};
+
+class FakeResponse : public corvid::IResponse {
+public:
+    void setStatus(int32_t code) override { status = code; }
+    void setHeader(const char* name, const char* value) override { headers[name] = value; }
+    void setContent(const char* text, int32_t flag) override {
+        content = text;
+        contentFlag = flag;
+    }
+
+    int32_t status = 0;
+    std::string content;
+    int32_t contentFlag = -1;
+    std::map<std::string, std::string> headers;
+};
+
+}  // namespace helion::test
