@@ -1,0 +1,54 @@
+#include "support/InProcessRpc.h"
+
+#include <thrift/protocol/TBinaryProtocol.h>
+#include <thrift/protocol/TMultiplexedProtocol.h>
+#include <thrift/transport/TBufferTransports.h>
+#include <thrift/transport/TServerSocket.h>
+
+#include <boost/filesystem.hpp>
+
+namespace helion::test {
+
+using namespace apache::thrift;
+
+MultiplexingHost::MultiplexingHost(std::string socketPath)
+    : socketPath_(std::move(socketPath)),
+      multiplexer_(std::make_shared<TMultiplexedProcessor>()) {}
+
+MultiplexingHost::~MultiplexingHost() { stop(); }
+
+void MultiplexingHost::registerProcessor(const char* name, std::shared_ptr<TProcessor>& processor) {
+    multiplexer_->registerProcessor(name, processor);
+}
+
+void MultiplexingHost::start() {
+    auto socket = std::make_shared<transport::TServerSocket>(socketPath_);
+    server_ = std::make_unique<server::TThreadedServer>(
+        multiplexer_, socket, std::make_shared<transport::TBufferedTransportFactory>(),
+        std::make_shared<protocol::TBinaryProtocolFactory>());
+    thread_ = std::thread([this] { server_->serve(); });
+    while (!boost::filesystem::exists(socketPath_)) {
+        std::this_thread::yield();
+    }
+}
+
+void MultiplexingHost::stop() {
+    if (server_) {
+        server_->stop();
+        thread_.join();
+        server_.reset();
+    }
+}
+
+RpcClient::RpcClient(const std::string& socketPath, const std::string& serviceName)
+    : socket(std::make_shared<transport::TSocket>(socketPath)),
+      transport(std::make_shared<transport::TBufferedTransport>(socket)),
+      protocol(std::make_shared<protocol::TMultiplexedProtocol>(
+          std::make_shared<protocol::TBinaryProtocol>(transport), serviceName)),
+      service(protocol) {
+    transport->open();
+}
+
+RpcClient::~RpcClient() { transport->close(); }
+
+}  // namespace helion::test
