@@ -17,8 +17,6 @@ void SdpPromoteServiceImpl::getAllProcessData(rpc::thrift::ProcessData& _return)
     _return.__set_code(12);
     _return.__set_message("not built yet");
 }
-bool SdpPromoteServiceImpl::StartDiagnosisTool() { return false; }
-bool SdpPromoteServiceImpl::reLaunchTool() { return false; }
 bool SdpPromoteServiceImpl::verifySignature(const std::string&, const std::string&) { return false; }
 bool SdpPromoteServiceImpl::unZipToFile(const std::string&, const std::string&) { return false; }
 bool SdpPromoteServiceImpl::readFileContent(const std::string&, std::string&, bool) { return false; }
