@@ -9,8 +9,12 @@ target_include_directories(helion_settings INTERFACE
 
 if(HELION_SANITIZERS)
     target_compile_options(helion_settings INTERFACE
-        -fsanitize=${HELION_SANITIZERS} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+        -fsanitize=${HELION_SANITIZERS} -fno-omit-frame-pointer)
     target_link_options(helion_settings INTERFACE -fsanitize=${HELION_SANITIZERS})
+endif()
+if(HELION_BUILD_FUZZ)
+    # Coverage feedback for libFuzzer in every library the fuzzers link.
+    target_compile_options(helion_settings INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
 # helion_library(NAME <target> [OBJECT|SHARED] SOURCES ... DEPS ...): one library per folder.

@@ -10,11 +10,14 @@
 namespace corvid {
 
 namespace {
-constexpr int kLastParseError = rapidjson::kParseErrorTermination;
+// rapidjson's parse-error codes run from kParseErrorNone (0) to this one (17).
+constexpr int kLastParseError = rapidjson::kParseErrorUnspecificSyntaxError;
 
 std::string pointerText(const rapidjson::Pointer& pointer) {
     rapidjson::StringBuffer buffer;
-    pointer.StringifyUriFragment(buffer);
+    // Plain JSON Pointer form: the URI-fragment writer of this RapidJSON reads past member names
+    // that hold invalid UTF-8.
+    pointer.Stringify(buffer);
     return std::string(buffer.GetString(), buffer.GetSize());
 }
 }  // namespace
