@@ -1,0 +1,74 @@
+#pragma once
+// The reference host: loads a module, offers it "RpcServer" and "EventBus", drives its lifecycle
+// and serves what it registers.
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "corvid/IModule.h"
+#include "host/Endpoint.h"
+#include "host/EventBus.h"
+#include "host/RuntimeContext.h"
+
+namespace helion::host {
+
+class ModuleLibrary;
+class RpcServer;
+class HttpListener;
+
+struct HostOptions {
+    /// The module library; empty means the default location (see findDefaultModule()).
+    std::string modulePath;
+    /// Where RPC is served; unset means the per-user default socket.
+    std::optional<Endpoint> listen;
+    std::size_t workers = 8;
+    /// Loopback HTTP listener forwarding to the module, when set.
+    std::optional<Endpoint> http;
+    /// Events delivered to the module once it is loaded, in order.
+    std::vector<std::pair<std::string, std::string>> events;
+};
+
+class Host {
+public:
+    explicit Host(HostOptions options);
+    /// Shuts down if still running.
+    ~Host();
+
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+
+    /// Opens the module, takes the endpoints, drives will-load and did-load, starts serving and
+    /// delivers the start-up events. Throws StartupError; the module is then unloaded again if
+    /// it had been loaded.
+    void start();
+    /// Stops serving, then drives will-unload and did-unload and hands the module back.
+    void shutdown();
+
+    /// Delivers an event to the module; false when no module is loaded.
+    bool deliverEvent(const std::string& topic, const std::string& content);
+
+    EventBus& eventBus() { return eventBus_; }
+    corvid::IModule* module() const { return module_; }
+    const Endpoint& rpcEndpoint() const;
+    std::optional<Endpoint> httpEndpoint() const;
+
+private:
+    void logIdentity();
+    void unloadModule();
+
+    HostOptions options_;
+    // Declared first so it is closed last: the servers hold code of the module.
+    std::unique_ptr<ModuleLibrary> library_;
+    EventBus eventBus_;
+    RuntimeContext context_;
+    std::unique_ptr<RpcServer> rpc_;
+    std::unique_ptr<HttpListener> http_;
+    corvid::IModule* module_ = nullptr;
+    bool loaded_ = false;
+};
+
+}  // namespace helion::host

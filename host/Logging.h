@@ -1,0 +1,27 @@
+#pragma once
+// Sets up the shared Logger the host and its modules write through.
+
+#include <spdlog/common.h>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+
+namespace helion::host {
+
+struct LoggingOptions {
+    spdlog::level::level_enum level = spdlog::level::info;
+    /// Also write to this file, rotated by size, when set.
+    std::string file;
+    std::size_t fileMaxBytes = 10 * 1024 * 1024;
+    std::size_t fileCount = 3;
+};
+
+/// "trace", "debug", "info", "warn", "err", "critical" or "off"; nullopt otherwise.
+std::optional<spdlog::level::level_enum> parseLevel(const std::string& name);
+
+/// Installs a console (stderr) logger, plus the rotating file when asked, into the shared Logger.
+/// Throws spdlog::spdlog_ex when the file cannot be opened.
+void initLogging(const LoggingOptions& options);
+
+}  // namespace helion::host
