@@ -42,7 +42,7 @@ void SdpPromoteServiceImpl::getAllProcessData(rpc::thrift::ProcessData& _return)
     HP_LOG(spdlog::level::info, "{}", "get all process info data rpc start...");
     std::error_code ec;
     SdpProcessService service;
-    _return.__set_processInfo(service.getProcessDataList(ec));
+    _return.processInfo = service.getProcessDataList(ec);
     if (ec) {
         _return.__set_code(ec.value());
         _return.__set_message(ec.message());

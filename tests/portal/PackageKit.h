@@ -1,0 +1,38 @@
+#pragma once
+// Builds real portal packages inside the tests: zip archives through minizip's writer and
+// detached signatures through OpenSSL, with the development key or any other.
+
+#include <openssl/evp.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace helion::test {
+
+struct ZipEntry {
+    std::string name;
+    std::string data;
+    bool deflate = true;
+    /// Encrypts the entry when set.
+    const char* password = nullptr;
+};
+
+/// Writes entries, in order, as a new archive at path.
+void writeZip(const std::string& path, const std::vector<ZipEntry>& entries);
+
+struct PkeyFree {
+    void operator()(EVP_PKEY* key) const noexcept { EVP_PKEY_free(key); }
+};
+using Pkey = std::unique_ptr<EVP_PKEY, PkeyFree>;
+
+/// The development private key whose public half the test module is built with.
+Pkey devPrivateKey();
+/// A fresh RSA-2048 key the module does not know.
+Pkey otherPrivateKey();
+
+/// A raw signature of data: PKCS#1 v1.5 unless pss, over the digest md.
+std::string sign(const std::string& data, EVP_PKEY* key, const EVP_MD* md = EVP_sha256(),
+                 bool pss = false);
+
+}  // namespace helion::test

@@ -1,0 +1,30 @@
+#pragma once
+// Reaches the service's private helpers from the portal tests.
+
+#include <string>
+#include <vector>
+
+#include "SdpPromote/SdpPromoteServiceImpl.h"
+
+namespace corvid {
+
+struct SdpPromoteServiceImplAccess {
+    static bool verifySignature(SdpPromoteServiceImpl& s, const std::string& zip,
+                                const std::string& sign) {
+        return s.verifySignature(zip, sign);
+    }
+    static bool unZipToFile(SdpPromoteServiceImpl& s, const std::string& zip,
+                            const std::string& dest) {
+        return s.unZipToFile(zip, dest);
+    }
+    static bool readFileContent(SdpPromoteServiceImpl& s, const std::string& path,
+                                std::string& out) {
+        return s.readFileContent(path, out, true);
+    }
+    static bool stringInList(SdpPromoteServiceImpl& s, const std::string& name,
+                             const std::vector<std::string>& list) {
+        return s.stringInList(name, list);
+    }
+};
+
+}  // namespace corvid

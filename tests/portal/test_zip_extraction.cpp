@@ -1,0 +1,104 @@
+// Extraction of real archives written here with minizip: entry kinds, odd names, broken archives.
+#include <gtest/gtest.h>
+
+#include <boost/filesystem.hpp>
+#include <fstream>
+
+#include "portal/PackageKit.h"
+#include "portal/PortalAccess.h"
+#include "support/TestSupport.h"
+
+namespace {
+
+namespace fs = boost::filesystem;
+using helion::test::readFile;
+using helion::test::ZipEntry;
+
+class ZipExtraction : public ::testing::Test {
+protected:
+    bool extract(const std::vector<ZipEntry>& entries) {
+        helion::test::writeZip(zipPath_, entries);
+        return extractFile(zipPath_);
+    }
+    bool extractFile(const std::string& path) {
+        return corvid::SdpPromoteServiceImplAccess::unZipToFile(service_, path, dest_.string());
+    }
+
+    helion::test::LogCapture log_;
+    helion::test::TempDir dir_;
+    corvid::SdpPromoteServiceImpl service_;
+    std::string zipPath_ = (dir_.path() / "package.zip").string();
+    fs::path dest_ = dir_.path() / "dest";
+};
+
+TEST_F(ZipExtraction, FilesOfEveryKindLandBelowTheDestination) {
+    std::string large(5000, '\0');
+    for (std::size_t i = 0; i < large.size(); ++i) {
+        large[i] = static_cast<char>(i * 7);
+    }
+    const std::string longName = std::string(120, 'd') + "/" + std::string(120, 'e') + "/" +
+                                 std::string(60, 'f') + ".txt";
+    ASSERT_TRUE(extract({{"a/", ""},
+                         {"a/b.txt", "deflated"},
+                         {"stored.bin", large, false},
+                         {"c\\", ""},
+                         {"deep/er/x.css", "x"},
+                         {longName, "long"}}));
+    EXPECT_EQ(readFile((dest_ / "a/b.txt").string()), "deflated");
+    EXPECT_EQ(readFile((dest_ / "stored.bin").string()), large);
+    EXPECT_EQ(readFile((dest_ / "deep/er/x.css").string()), "x");
+    EXPECT_EQ(readFile((dest_ / longName).string()), "long");
+    EXPECT_FALSE(fs::exists(dest_ / "c\\"));
+    EXPECT_TRUE(log_.contains("Number of files in zip:6"));
+    EXPECT_TRUE(log_.contains("Extracting file:a/b.txt"));
+}
+
+TEST_F(ZipExtraction, ExistingFilesAreOverwritten) {
+    fs::create_directories(dest_);
+    std::ofstream((dest_ / "f.txt").string()) << "old and longer";
+    ASSERT_TRUE(extract({{"f.txt", "new"}}));
+    EXPECT_EQ(readFile((dest_ / "f.txt").string()), "new");
+}
+
+TEST_F(ZipExtraction, DirectoryEntriesAloneCreateNothing) {
+    EXPECT_TRUE(extract({{"a/", ""}, {"b\\", ""}}));
+    EXPECT_FALSE(fs::exists(dest_));
+}
+
+TEST_F(ZipExtraction, ParentReferencesAreJoinedAsTheyStand) {
+    EXPECT_TRUE(extract({{"../outside.txt", "up"}}));
+    EXPECT_EQ(readFile((dir_.path() / "outside.txt").string()), "up");
+}
+
+TEST_F(ZipExtraction, UnreadableEntriesAreSkippedNotFatal) {
+    fs::create_directories(dest_);
+    std::ofstream((dest_ / "blocker").string()) << "plain file";
+    EXPECT_TRUE(extract({{"secret.txt", "hidden text", true, "password"},
+                         {"blocker/inside.txt", "x"},
+                         {"after.txt", "still here"}}));
+    // Without the password the entry's data cannot be read: an empty file stays behind.
+    EXPECT_TRUE(fs::exists(dest_ / "secret.txt"));
+    EXPECT_EQ(readFile((dest_ / "secret.txt").string()), "");
+    EXPECT_TRUE(log_.contains("Failed to create dir:" + (dest_ / "blocker").string() + "; Reason: "));
+    EXPECT_EQ(readFile((dest_ / "after.txt").string()), "still here");
+}
+
+TEST_F(ZipExtraction, BrokenArchivesFail) {
+    // An archive without entries: minizip only opens one whose end record is not at offset 0,
+    // so the second copy carries a stub in front, as self-extracting archives do.
+    EXPECT_FALSE(extract({}));
+    const std::string stubbed = dir_.write("stub.zip", "stub" + readFile(zipPath_));
+    EXPECT_FALSE(extractFile(stubbed));
+    EXPECT_TRUE(log_.contains("Failed to go to first file in zip file:" + stubbed));
+
+    EXPECT_FALSE(extractFile(dir_.write("not.zip", "this is not an archive")));
+    EXPECT_TRUE(log_.contains("Failed to open zip file:" + (dir_.path() / "not.zip").string()));
+
+    helion::test::writeZip(zipPath_, {{"a.txt", std::string(3000, 'a')}});
+    const std::string whole = readFile(zipPath_);
+    EXPECT_FALSE(extractFile(dir_.write("cut.zip", whole.substr(0, whole.size() - 30))));
+    EXPECT_FALSE(extractFile((dir_.path() / "missing.zip").string()));
+    EXPECT_FALSE(fs::exists(dest_));
+}
+
+}  // namespace
