@@ -1,6 +1,7 @@
 // helion-host: the reference host process for the HelionPromote module.
 #include <signal.h>
 #include <spdlog/spdlog.h>
+#include <thrift/TOutput.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -21,6 +22,10 @@ constexpr int kExitUsage = 2;
 int fail(const std::string& message, int code = kExitStartup) {
     std::cerr << "helion-host: error: " << message << std::endl;
     return code;
+}
+
+void logThriftDiagnostic(const char* text) {
+    HOST_LOG(spdlog::level::warn, "thrift: {}", text != nullptr ? text : "");
 }
 
 }  // namespace
@@ -92,6 +97,8 @@ int main(int argc, char** argv) {
     } catch (const std::exception& error) {
         return fail("cannot open log file '" + logFile + "': " + error.what());
     }
+
+    apache::thrift::GlobalOutput.setOutputFunction(logThriftDiagnostic);
 
     // Every thread started from here on inherits the mask; only sigwait below takes the signals.
     sigset_t stopSignals;

@@ -1,0 +1,146 @@
+// helion-portal: makes signing keys, packs portal trees and signs and checks packages.
+#include <sys/stat.h>
+
+#include <CLI/CLI.hpp>
+#include <boost/filesystem.hpp>
+#include <iostream>
+
+#include "tools/lib/FileIo.h"
+#include "tools/lib/OpenSslKeys.h"
+#include "tools/lib/PackageSignature.h"
+#include "tools/lib/PackageWriter.h"
+
+namespace {
+
+using namespace helion::tools;
+
+constexpr int kExitFailed = 1;
+constexpr int kExitUsage = 2;
+
+void refuseOverwrite(const std::string& path, bool force) {
+    boost::system::error_code error;
+    if (!force && boost::filesystem::exists(path, error)) {
+        throw ToolError("'" + path + "' exists; pass --force to replace it");
+    }
+}
+
+void keygen(const std::string& outDir, std::string privatePath, std::string publicPath,
+            bool force) {
+    if (!outDir.empty()) {
+        boost::system::error_code error;
+        boost::filesystem::create_directories(outDir, error);
+        if (error) {
+            throw ToolError("cannot create '" + outDir + "': " + error.message());
+        }
+        privatePath = (boost::filesystem::path(outDir) / "portal-private.pem").string();
+        publicPath = (boost::filesystem::path(outDir) / "portal-public.pem").string();
+    }
+    refuseOverwrite(privatePath, force);
+    refuseOverwrite(publicPath, force);
+    const PkeyPtr key = generatePortalKey();
+    writeFileAtomically(privatePath, privateKeyPem(key.get()), 0600);
+    writeFileAtomically(publicPath, publicKeyPem(key.get()), 0644);
+    std::cout << "private key: " << privatePath << " (keep it with whoever signs packages)\n"
+              << "public key:  " << publicPath
+              << " (build the module with -DHELION_PORTAL_PUBLIC_KEY=" << publicPath << ")"
+              << std::endl;
+}
+
+void pack(const std::string& dir, const std::string& out) {
+    const PackSummary summary = packPortal(dir, out);
+    std::cout << "packed " << summary.entries.size() << " files (" << summary.bytes
+              << " bytes) into " << out << std::endl;
+}
+
+void sign(const std::string& keyPath, const std::string& package, std::string out) {
+    if (out.empty()) {
+        out = package + ".sig";
+    }
+    const PkeyPtr key = loadPrivateKey(keyPath);
+    writeFileAtomically(out, signPackage(readWholeFile(package), key.get()));
+    std::cout << "signed " << package << " -> " << out << std::endl;
+}
+
+int verify(const std::string& keyPath, const std::string& package, const std::string& signature) {
+    Verdict verdict;
+    try {
+        const PkeyPtr key = loadPublicKey(keyPath);
+        verdict = verifyPackage(readWholeFile(package), readWholeFile(signature), key.get());
+    } catch (const ToolError& error) {
+        verdict = {false, error.what()};
+    }
+    if (verdict.valid) {
+        std::cout << "yes" << std::endl;
+        return 0;
+    }
+    std::cout << "no: " << verdict.reason << std::endl;
+    return kExitFailed;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"Makes portal signing keys, packs portal trees, signs and checks packages."};
+    app.require_subcommand(1);
+
+    std::string outDir, privatePath, publicPath;
+    bool force = false;
+    auto* keygenCmd =
+        app.add_subcommand("keygen", "Make an RSA-2048 key pair for signing packages");
+    auto* outOption =
+        keygenCmd->add_option("-o,--out-dir", outDir,
+                              "Write portal-private.pem and portal-public.pem into this directory");
+    auto* privateOption = keygenCmd->add_option("--private", privatePath, "Private key file");
+    auto* publicOption = keygenCmd->add_option("--public", publicPath, "Public key file");
+    privateOption->excludes(outOption)->needs(publicOption);
+    publicOption->excludes(outOption)->needs(privateOption);
+    keygenCmd->add_flag("-f,--force", force, "Replace existing key files");
+
+    std::string packDir, packOut;
+    auto* packCmd = app.add_subcommand("pack", "Zip a portal tree the same way every time");
+    packCmd->add_option("DIR", packDir, "The portal tree")
+        ->required()
+        ->check(CLI::ExistingDirectory);
+    packCmd->add_option("-o,--output", packOut, "The package to write")->required();
+
+    std::string signKey, signPackageFile, signOut;
+    auto* signCmd = app.add_subcommand("sign", "Write the detached signature of a package");
+    signCmd->add_option("--key", signKey, "PEM private key (RSA-2048)")->required();
+    signCmd->add_option("PACKAGE", signPackageFile, "The package")->required();
+    signCmd->add_option("-o,--output", signOut, "Signature file (default: PACKAGE.sig)");
+
+    std::string verifyKey, verifyPackageFile, verifySignature;
+    auto* verifyCmd = app.add_subcommand(
+        "verify", "Check a package as the module does; prints yes, or no and why");
+    verifyCmd->add_option("--pub", verifyKey, "PEM public key")->required();
+    verifyCmd->add_option("PACKAGE", verifyPackageFile, "The package")->required();
+    verifyCmd->add_option("SIGNATURE", verifySignature, "Its detached signature")->required();
+
+    try {
+        app.parse(argc, argv);
+        if (keygenCmd->parsed() && outDir.empty() && privatePath.empty()) {
+            throw CLI::RequiredError("keygen needs -o DIR or --private FILE --public FILE");
+        }
+    } catch (const CLI::Success& success) {
+        return app.exit(success);
+    } catch (const CLI::ParseError& error) {
+        app.exit(error);
+        return kExitUsage;
+    }
+
+    try {
+        if (keygenCmd->parsed()) {
+            keygen(outDir, privatePath, publicPath, force);
+        } else if (packCmd->parsed()) {
+            pack(packDir, packOut);
+        } else if (signCmd->parsed()) {
+            sign(signKey, signPackageFile, signOut);
+        } else if (verifyCmd->parsed()) {
+            return verify(verifyKey, verifyPackageFile, verifySignature);
+        }
+    } catch (const std::exception& error) {
+        std::cerr << "helion-portal: error: " << error.what() << std::endl;
+        return kExitFailed;
+    }
+    return 0;
+}

@@ -1,0 +1,28 @@
+#pragma once
+// Packs a portal tree into a zip the module can extract, byte for byte the same on every run.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace helion::tools {
+
+struct PackSummary {
+    std::vector<std::string> entries;
+    std::uint64_t bytes = 0;
+};
+
+/// Longest entry name the module takes whole.
+inline constexpr std::size_t kMaxEntryName = 255;
+
+/// The regular files below dir as "/"-separated relative names, sorted bytewise; exclude is left
+/// out (so the output may sit inside the tree). Throws ToolError for links, special files,
+/// over-long names or an unreadable tree.
+std::vector<std::string> listPortalFiles(const std::string& dir, const std::string& exclude = {});
+
+/// Writes dir's files to zipPath (deflated, fixed 1980-01-01 timestamps, no directory entries)
+/// through a temporary file renamed into place. Throws ToolError, also for a tree without files
+/// (the module refuses an archive without entries).
+PackSummary packPortal(const std::string& dir, const std::string& zipPath);
+
+}  // namespace helion::tools
