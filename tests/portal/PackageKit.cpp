@@ -39,7 +39,9 @@ Pkey devPrivateKey() {
     return key;
 }
 
-Pkey otherPrivateKey() { return Pkey(EVP_RSA_gen(2048)); }
+Pkey otherPrivateKey() {
+    return Pkey(EVP_RSA_gen(2048));
+}
 
 std::string sign(const std::string& data, EVP_PKEY* key, const EVP_MD* md, bool pss) {
     std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> ctx(EVP_MD_CTX_new(), EVP_MD_CTX_free);

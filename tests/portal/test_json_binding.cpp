@@ -70,7 +70,8 @@ RTTR_REGISTRATION {
         .property("inner", &Sample::inner)
         .property("pointer", &Sample::pointer)
         .property("hidden", &Sample::hidden)(rttr::metadata(io::kNoSerialize, true));
-    registration::class_<Throwing>("test::Throwing").property("value", &Throwing::get, &Throwing::set);
+    registration::class_<Throwing>("test::Throwing")
+        .property("value", &Throwing::get, &Throwing::set);
 
     kindOf<bool>("bool");
     kindOf<std::string>("string");
@@ -174,10 +175,9 @@ TEST(JsonBindingWrite, ObjectsMirrorTheReadingSide) {
     testing::internal::CaptureStderr();
     const std::string json = io::to_json(sample);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "cannot serialize property: pointer\n");
-    EXPECT_EQ(json,
-              R"({"text":"t\"q","number":-3,"kind":{},"list":["a"],"grid":[[1],[]],)"
-              R"("inners":[{"id":1,"label":"x"}],"dict":[{"key":"k","value":5}],"keys":[2],)"
-              R"("inner":{"id":8,"label":"in"},"pointer":null})");
+    EXPECT_EQ(json, R"({"text":"t\"q","number":-3,"kind":{},"list":["a"],"grid":[[1],[]],)"
+                    R"("inners":[{"id":1,"label":"x"}],"dict":[{"key":"k","value":5}],"keys":[2],)"
+                    R"("inner":{"id":8,"label":"in"},"pointer":null})");
 
     Sample back;
     EXPECT_TRUE(io::from_json(json, back));

@@ -39,7 +39,8 @@ TEST_F(ProcessQueries, NegativePidIsInvalid) {
     EXPECT_EQ(data_.code, 10);
     EXPECT_EQ(data_.message, "invalid pid");
     EXPECT_TRUE(data_.processInfo.empty());
-    const auto lines = log_.matching("get single process info data failed!; Reason: code=10, msg=invalid pid");
+    const auto lines =
+        log_.matching("get single process info data failed!; Reason: code=10, msg=invalid pid");
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].level, spdlog::level::err);
 }
@@ -64,7 +65,8 @@ TEST_F(ProcessQueries, AllProcessesAnswerUnsupportedWithAnEmptyList) {
     EXPECT_EQ(data_.code, 12);
     EXPECT_EQ(data_.message, "not support impl");
     EXPECT_TRUE(data_.processInfo.empty());
-    EXPECT_TRUE(log_.contains("get all process info data failed!; Reason: code=12, msg=not support impl"));
+    EXPECT_TRUE(
+        log_.contains("get all process info data failed!; Reason: code=12, msg=not support impl"));
     EXPECT_TRUE(log_.contains("get all process info data rpc end..."));
 }
 

@@ -36,7 +36,8 @@ TEST(RequestModels, RegisteredUnderQualifiedNamesWithTheirKeys) {
 
     // Found through a base-less pointer as the most derived type.
     UpdatePortalReq update;
-    EXPECT_EQ(update.get_type().get_name(), "corvid::sdp_promote::updatePortalReq::UpdatePortalReq");
+    EXPECT_EQ(update.get_type().get_name(),
+              "corvid::sdp_promote::updatePortalReq::UpdatePortalReq");
 }
 
 TEST(RequestModels, BindPortalRequests) {

@@ -1,6 +1,5 @@
 // Package signatures made here with the development key and others, checked by the module.
 #include <gtest/gtest.h>
-
 #include <openssl/evp.h>
 
 #include "portal/PackageKit.h"
@@ -15,7 +14,8 @@ using helion::test::sign;
 class SignatureCheck : public ::testing::Test {
 protected:
     void SetUp() override {
-        helion::test::writeZip(zipPath_, {{"index.html", "<html>portal</html>"}, {"app.css", "a{}"}});
+        helion::test::writeZip(zipPath_,
+                               {{"index.html", "<html>portal</html>"}, {"app.css", "a{}"}});
         package_ = helion::test::readFile(zipPath_);
     }
 
@@ -66,9 +66,9 @@ TEST_F(SignatureCheck, ForgeriesAndOtherSchemesAreRejected) {
 
     // The same valid signature as base64 text.
     std::string base64(4 * ((good.size() + 2) / 3) + 1, '\0');
-    base64.resize(static_cast<std::size_t>(
-        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(base64.data()),
-                        reinterpret_cast<const unsigned char*>(good.data()), static_cast<int>(good.size()))));
+    base64.resize(static_cast<std::size_t>(EVP_EncodeBlock(
+        reinterpret_cast<unsigned char*>(base64.data()),
+        reinterpret_cast<const unsigned char*>(good.data()), static_cast<int>(good.size()))));
     EXPECT_FALSE(verifyWith(base64));
 
     // Shorter than the modulus, even when it is a prefix of the right one.
@@ -102,9 +102,11 @@ TEST_F(SignatureCheck, MissingFilesFailBeforeAnyCheck) {
 TEST_F(SignatureCheck, ReadFileContentKeepsEveryByte) {
     std::string out = "stale";
     const std::string binary("a\0b\r\n\xff", 6);
-    EXPECT_TRUE(SdpPromoteServiceImplAccess::readFileContent(service_, dir_.write("bin", binary), out));
+    EXPECT_TRUE(
+        SdpPromoteServiceImplAccess::readFileContent(service_, dir_.write("bin", binary), out));
     EXPECT_EQ(out, binary);
-    EXPECT_TRUE(SdpPromoteServiceImplAccess::readFileContent(service_, dir_.write("empty", ""), out));
+    EXPECT_TRUE(
+        SdpPromoteServiceImplAccess::readFileContent(service_, dir_.write("empty", ""), out));
     EXPECT_EQ(out, "");
 }
 

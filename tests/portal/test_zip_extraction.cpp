@@ -36,8 +36,8 @@ TEST_F(ZipExtraction, FilesOfEveryKindLandBelowTheDestination) {
     for (std::size_t i = 0; i < large.size(); ++i) {
         large[i] = static_cast<char>(i * 7);
     }
-    const std::string longName = std::string(120, 'd') + "/" + std::string(120, 'e') + "/" +
-                                 std::string(60, 'f') + ".txt";
+    const std::string longName =
+        std::string(120, 'd') + "/" + std::string(120, 'e') + "/" + std::string(60, 'f') + ".txt";
     ASSERT_TRUE(extract({{"a/", ""},
                          {"a/b.txt", "deflated"},
                          {"stored.bin", large, false},
@@ -79,7 +79,8 @@ TEST_F(ZipExtraction, UnreadableEntriesAreSkippedNotFatal) {
     // Without the password the entry's data cannot be read: an empty file stays behind.
     EXPECT_TRUE(fs::exists(dest_ / "secret.txt"));
     EXPECT_EQ(readFile((dest_ / "secret.txt").string()), "");
-    EXPECT_TRUE(log_.contains("Failed to create dir:" + (dest_ / "blocker").string() + "; Reason: "));
+    EXPECT_TRUE(
+        log_.contains("Failed to create dir:" + (dest_ / "blocker").string() + "; Reason: "));
     EXPECT_EQ(readFile((dest_ / "after.txt").string()), "still here");
 }
 

@@ -1,0 +1,84 @@
+// copyPortalDir: which files move in, what happens to the source, and the failure envelopes.
+#include <gtest/gtest.h>
+
+#include "portal/PortalAccess.h"
+#include "portal/PortalFixture.h"
+
+namespace {
+
+namespace fs = boost::filesystem;
+using helion::test::readFile;
+
+class PortalCopy : public helion::test::PortalRootTest {
+protected:
+    std::string request(const std::string& src, const std::string& portalDir) {
+        return R"({"srcDir":")" + src + R"(","portalDir":")" + portalDir + R"("})";
+    }
+    std::string source_ = (scratch_.path() / "unpacked").string();
+};
+
+TEST_F(PortalCopy, MovesMatchingFilesAndRemovesTheSource) {
+    for (const char* name : {"a.PNG", "b.js", "c.css.map", "sub/d.woff2", "sub/e.html"}) {
+        scratch_.write("unpacked/" + std::string(name), name);
+    }
+    fs::create_directories(fs::path(source_) / "empty");
+    plant("web/a.PNG", "old");
+    plant("web/kept.txt", "kept");
+
+    service_.copyPortalDir(result_, request(source_, "web"));
+    EXPECT_EQ(result_, R"({"code":0,"message":"successful","data":""})");
+    EXPECT_EQ(readFile((root_ / "web/a.PNG").string()), "a.PNG");
+    EXPECT_EQ(readFile((root_ / "web/c.css.map").string()), "c.css.map");
+    EXPECT_EQ(readFile((root_ / "web/sub/d.woff2").string()), "sub/d.woff2");
+    EXPECT_EQ(readFile((root_ / "web/kept.txt").string()), "kept");
+    EXPECT_FALSE(fs::exists(root_ / "web/b.js"));
+    EXPECT_FALSE(fs::exists(root_ / "web/sub/e.html"));
+    EXPECT_TRUE(fs::is_directory(root_ / "web/empty"));
+    EXPECT_FALSE(fs::exists(source_));
+}
+
+TEST_F(PortalCopy, AnEmptyPortalDirCopiesIntoTheRoot) {
+    scratch_.write("unpacked/x.svg", "svg");
+    service_.copyPortalDir(result_, request(source_, ""));
+    EXPECT_EQ(readFile((root_ / "x.svg").string()), "svg");
+}
+
+TEST_F(PortalCopy, FailuresAnswerWithTheirCodes) {
+    service_.copyPortalDir(result_, request(source_, "web"));
+    EXPECT_EQ(result_, R"({"code":7,"message":"source file not exist","data":""})");
+    EXPECT_TRUE(log_.contains("srcDir:" + source_ + " is not exists"));
+    service_.copyPortalDir(result_, request("", "web"));
+    EXPECT_EQ(result_, R"({"code":7,"message":"source file not exist","data":""})");
+    service_.copyPortalDir(result_, "{");
+    EXPECT_EQ(result_, R"({"code":3,"message":"req json error","data":""})");
+    EXPECT_FALSE(fs::exists(root_ / "web"));
+
+    scratch_.write("unpacked/x.css", "x");
+    plant("blocker");
+    service_.copyPortalDir(result_, request(source_, "blocker/web"));
+    const auto envelope = helion::test::parseEnvelope(result_);
+    EXPECT_EQ(envelope.code, 9);
+    EXPECT_NE(envelope.message, "create dir error");
+    EXPECT_TRUE(log_.contains("create dir error; Reason: " + envelope.message));
+    EXPECT_TRUE(fs::exists(source_));
+}
+
+TEST_F(PortalCopy, ASourceThatIsAPlainFileThrowsOut) {
+    const std::string file = scratch_.write("plain.css", "x");
+    EXPECT_THROW(service_.copyPortalDir(result_, request(file, "web")), fs::filesystem_error);
+}
+
+TEST_F(PortalCopy, TheFilterIsACaseFoldedSubstringTest) {
+    auto in = [this](const std::string& name, const std::vector<std::string>& list) {
+        return corvid::SdpPromoteServiceImplAccess::stringInList(service_, name, list);
+    };
+    EXPECT_TRUE(in("LOGO.PNG", {".png"}));
+    EXPECT_TRUE(in("x.jpg.bak", {".gif", ".jpg"}));
+    EXPECT_TRUE(in("anything", {".png", ""}));
+    EXPECT_FALSE(in("x.png", {".PNG"}));  // the list is not folded
+    EXPECT_FALSE(in(".pn", {".png"}));
+    EXPECT_FALSE(in("", {".css"}));
+    EXPECT_FALSE(in("name", {}));
+}
+
+}  // namespace
