@@ -1,17 +1,14 @@
 #pragma once
 // Reaches the service's private helpers from the portal tests.
 
-#include <string>
-#include <vector>
-
 #include "SdpPromote/SdpPromoteServiceImpl.h"
 
 namespace corvid {
 
 struct SdpPromoteServiceImplAccess {
     static bool verifySignature(SdpPromoteServiceImpl& s, const std::string& zip,
-                                const std::string& sign) {
-        return s.verifySignature(zip, sign);
+                                const std::string& sig) {
+        return s.verifySignature(zip, sig);
     }
     static bool unZipToFile(SdpPromoteServiceImpl& s, const std::string& zip,
                             const std::string& dest) {

@@ -1,4 +1,4 @@
-// The module's error category and the process queries it answers with.
+// The module's error category and the process queries that answer with it.
 #include <gtest/gtest.h>
 
 #include "SdpPromote/SdpPromoteErrorCategory.h"
@@ -7,23 +7,15 @@
 
 namespace {
 
-using corvid::SdpPromoteErrc;
-
-TEST(SdpPromoteErrorCategory, NamesAndTexts) {
+TEST(SdpPromoteErrorCategory, TextsAndCodes) {
     const auto& category = corvid::sdpPromoteCategory();
     EXPECT_STREQ(category.name(), "sdp promote category");
     EXPECT_EQ(category.message(0), "successful");
-    EXPECT_EQ(category.message(1), "verify signature error");
-    EXPECT_EQ(category.message(7), "source file not exist");
-    EXPECT_EQ(category.message(9), "create dir error");
     EXPECT_EQ(category.message(12), "not support impl");
     EXPECT_EQ(category.message(13), "Unknown error");
     EXPECT_EQ(category.message(-1), "Unknown error");
-
-    const std::error_code code = corvid::makeSdpPromoteError(SdpPromoteErrc::pidNotExist);
-    EXPECT_EQ(code.value(), 11);
+    const auto code = corvid::makeSdpPromoteError(corvid::SdpPromoteErrc::pidNotExist);
     EXPECT_EQ(code.message(), "pid not exist");
-    EXPECT_EQ(&code.category(), &category);
     EXPECT_NE(code, std::error_code(11, std::system_category()));
 }
 
@@ -34,26 +26,22 @@ protected:
     corvid::rpc::thrift::ProcessData data_;
 };
 
-TEST_F(ProcessQueries, NegativePidIsInvalid) {
+TEST_F(ProcessQueries, SinglePidIsCheckedThenUnsupported) {
     service_.getProcessData(data_, -1);
     EXPECT_EQ(data_.code, 10);
     EXPECT_EQ(data_.message, "invalid pid");
     EXPECT_TRUE(data_.processInfo.empty());
-    const auto lines =
+    auto lines =
         log_.matching("get single process info data failed!; Reason: code=10, msg=invalid pid");
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].level, spdlog::level::err);
-}
 
-TEST_F(ProcessQueries, AnyOtherPidReachesTheUnsupportedService) {
     service_.getProcessData(data_, 0);
     EXPECT_EQ(data_.code, 12);
     EXPECT_EQ(data_.message, "not support impl");
-    ASSERT_EQ(data_.processInfo.size(), 1u);
-    EXPECT_EQ(data_.processInfo[0].pid, 0);
+    ASSERT_EQ(data_.processInfo.size(), 1u);  // the empty record is kept on failure
     EXPECT_TRUE(log_.contains("[HelionPromote:getProcessData:"));
-    EXPECT_TRUE(log_.contains("get single process info data rpc start... pid = 0"));
-    const auto lines = log_.matching("Reason: code=12, msg=not support impl");
+    lines = log_.matching("Reason: code=12, msg=not support impl");
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].level, spdlog::level::warn);
     EXPECT_FALSE(log_.contains("rpc end"));
