@@ -1,0 +1,199 @@
+"""Runs helion-host, helion-promote and helion-portal as separate processes for the end-to-end tests.
+
+Paths come from the environment that ctest sets (see CMakeLists.txt next to this file).
+"""
+import json
+import os
+import re
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+import unittest
+
+HOST = os.environ["HELION_HOST"]
+PROMOTE = os.environ["HELION_PROMOTE"]
+PORTAL = os.environ["HELION_PORTAL"]
+TEST_MODULE = os.environ["HELION_TEST_MODULE"]
+NOT_A_MODULE = os.environ["HELION_LOGGER_LIBRARY"]
+PORTAL_ROOT = os.path.join(os.environ["HELION_TEST_RESOURCES_DIR"], "app")
+PY_GEN_DIR = os.environ["HELION_PY_GEN_DIR"]
+DEV_PRIVATE_KEY = os.environ["HELION_DEV_PRIVATE_KEY"]
+DEV_PUBLIC_KEY = os.environ["HELION_DEV_PUBLIC_KEY"]
+SAMPLE_PORTAL = os.environ["HELION_SAMPLE_PORTAL"]
+SOURCE_DIR = os.environ["HELION_SOURCE_DIR"]
+
+# Sanitizer builds start slowly; nothing here waits for this long when things work.
+START_TIMEOUT = 60
+CALL_TIMEOUT = 60
+
+LIFECYCLE_LINES = [
+    "module will load finished",
+    "moduleDidLoadFinished",
+    "moduleWillUnloadFinished",
+    "moduleDidUnloadFinished",
+]
+
+
+def run(*args, env=None, cwd=None):
+    """Runs a tool; returns the CompletedProcess with text stdout and stderr."""
+    return subprocess.run(list(args), capture_output=True, text=True, timeout=CALL_TIMEOUT,
+                          env=env, cwd=cwd)
+
+
+def promote(endpoint, *args, **kwargs):
+    return run(PROMOTE, "--connect", endpoint, *args, **kwargs)
+
+
+def portal(*args, **kwargs):
+    return run(PORTAL, *args, **kwargs)
+
+
+def error_lines(stderr, program):
+    return [line for line in stderr.splitlines() if line.startswith(program + ": error:")]
+
+
+class Host:
+    """One helion-host child process. Its log goes to a file, never a pipe: the diagnosis tool
+    it may launch inherits the descriptors and would keep a pipe open."""
+
+    def __init__(self, workdir, module=TEST_MODULE, listen=None, extra=(), env=None):
+        self.workdir = workdir
+        self.socket = os.path.join(workdir, "promote.sock")
+        self.listen = listen if listen is not None else "unix:" + self.socket
+        self.log_path = os.path.join(workdir, "host-%d.log" % id(self))
+        args = [HOST, "--module", module, "--log-level", "debug"]
+        if self.listen:
+            args += ["--listen", self.listen]
+        self.args = args + list(extra)
+        self.env = env
+        self.process = None
+        self.endpoint = None
+        self.http_port = None
+
+    def start(self, expect_ready=True):
+        with open(self.log_path, "wb") as log:
+            self.process = subprocess.Popen(self.args, stdout=log, stderr=log, env=self.env,
+                                            stdin=subprocess.DEVNULL, start_new_session=True)
+        if not expect_ready:
+            self.process.wait(timeout=START_TIMEOUT)
+            return self.process.returncode
+        deadline = time.monotonic() + START_TIMEOUT
+        while time.monotonic() < deadline:
+            text = self.log()
+            found = re.search(r"serving RPC on (\S+) with", text)
+            if found and ("--http" not in self.args or "serving HTTP on" in text):
+                self.endpoint = found.group(1)
+                http = re.search(r"serving HTTP on [^:]+:(\d+)", text)
+                self.http_port = int(http.group(1)) if http else None
+                return None
+            if self.process.poll() is not None:
+                raise AssertionError("helion-host exited with %d:\n%s" %
+                                     (self.process.returncode, text))
+            time.sleep(0.05)
+        raise AssertionError("helion-host did not come up:\n" + self.log())
+
+    def stop(self, sig=signal.SIGTERM):
+        """Signals the host and returns its exit status."""
+        if self.process.poll() is None:
+            self.process.send_signal(sig)
+        try:
+            return self.process.wait(timeout=START_TIMEOUT)
+        finally:
+            self.reap()
+
+    def reap(self):
+        if self.process is None:
+            return
+        if self.process.poll() is None:
+            self.process.kill()
+            self.process.wait()
+        # A diagnosis tool the host launched stays in the host's process group.
+        try:
+            os.killpg(self.process.pid, signal.SIGKILL)
+        except (ProcessLookupError, PermissionError):
+            pass
+
+    def log(self):
+        with open(self.log_path, encoding="utf-8", errors="replace") as log:
+            return log.read()
+
+
+class HostTestCase(unittest.TestCase):
+    """A scratch directory per test, removed afterwards."""
+
+    def setUp(self):
+        self.tmp = tempfile.mkdtemp(prefix="helion-e2e-")
+        self.addCleanup(shutil.rmtree, self.tmp, ignore_errors=True)
+
+    def start_host(self, **kwargs):
+        host = Host(self.tmp, **kwargs)
+        self.addCleanup(host.reap)
+        host.start()
+        return host
+
+
+class SharedHostTestCase(unittest.TestCase):
+    """One host for the whole class, on a socket in a private scratch directory."""
+
+    host_extra = ()
+
+    @classmethod
+    def setUpClass(cls):
+        cls.tmp = tempfile.mkdtemp(prefix="helion-e2e-")
+        cls.host = Host(cls.tmp, extra=cls.host_extra)
+        try:
+            cls.host.start()
+        except Exception:
+            cls.host.reap()
+            shutil.rmtree(cls.tmp, ignore_errors=True)
+            raise
+
+    @classmethod
+    def tearDownClass(cls):
+        status = cls.host.stop()
+        log = cls.host.log()
+        shutil.rmtree(cls.tmp, ignore_errors=True)
+        if status != 0:
+            raise AssertionError("helion-host exited with %d:\n%s" % (status, log))
+
+    def setUp(self):
+        self.work = tempfile.mkdtemp(prefix="case-", dir=self.tmp)
+        self.portal_dirs = []
+
+    def tearDown(self):
+        for name in self.portal_dirs:
+            shutil.rmtree(os.path.join(PORTAL_ROOT, name), ignore_errors=True)
+
+    def portal_dir(self, label):
+        """A portal directory name of this test, removed from the test portal root afterwards."""
+        name = "e2e-%s-%d-%d" % (label, os.getpid(), len(self.portal_dirs))
+        self.portal_dirs.append(name)
+        return name
+
+    def signed_sample(self, where=None):
+        """Packs and signs the sample portal with the development key; returns (zip, sig)."""
+        where = where or self.work
+        os.makedirs(where, exist_ok=True)
+        package = os.path.join(where, "portal.zip")
+        result = portal("pack", SAMPLE_PORTAL, "-o", package)
+        assert result.returncode == 0, result.stderr
+        result = portal("sign", "--key", DEV_PRIVATE_KEY, package)
+        assert result.returncode == 0, result.stderr
+        return package, package + ".sig"
+
+
+def tree(root):
+    """{relative path: bytes} of every file below root."""
+    files = {}
+    for dirpath, _, names in os.walk(root):
+        for name in names:
+            path = os.path.join(dirpath, name)
+            with open(path, "rb") as handle:
+                files[os.path.relpath(path, root)] = handle.read()
+    return files
+
+
+def envelope(code, message):
+    return json.dumps({"code": code, "message": message, "data": ""}, separators=(",", ":"))

@@ -1,0 +1,144 @@
+// The host library's own rules: endpoint syntax, the event bus, RPC registration.
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "host/Endpoint.h"
+#include "host/EventBus.h"
+#include "host/RpcServer.h"
+#include "host/RuntimeContext.h"
+#include "rpc/SdpPromoteService.h"
+#include "support/TestSupport.h"
+
+namespace {
+
+using helion::host::Endpoint;
+using helion::host::parseEndpoint;
+
+TEST(Endpoint, AcceptsUnixAndTcpForms) {
+    const Endpoint unix = parseEndpoint("unix:/run/x/promote.sock");
+    EXPECT_EQ(unix.kind, Endpoint::Kind::Unix);
+    EXPECT_EQ(unix.path, "/run/x/promote.sock");
+
+    const Endpoint v4 = parseEndpoint("tcp:127.0.0.1:9090");
+    EXPECT_EQ(v4.kind, Endpoint::Kind::Tcp);
+    EXPECT_EQ(v4.address, "127.0.0.1");
+    EXPECT_EQ(v4.port, 9090);
+    EXPECT_EQ(v4.str(), "tcp:127.0.0.1:9090");
+
+    const Endpoint v6 = parseEndpoint("tcp:[::1]:0");
+    EXPECT_EQ(v6.address, "::1");
+    EXPECT_EQ(v6.str(), "tcp:[::1]:0");
+    EXPECT_EQ(parseEndpoint("tcp:localhost:1").address, "127.0.0.1");
+}
+
+TEST(Endpoint, RejectsMalformedText) {
+    for (const char* text : {"", "unix:", "udp:1.2.3.4:5", "tcp:127.0.0.1", "tcp:127.0.0.1:",
+                             "tcp:127.0.0.1:65536", "tcp:127.0.0.1:-1", "tcp:127.0.0.1:80x",
+                             "tcp:example.org:80", "tcp:[::1:80", "tcp:[::1]80"}) {
+        EXPECT_THROW(parseEndpoint(text), std::invalid_argument) << text;
+    }
+    // sun_path is 108 bytes including the terminator.
+    EXPECT_NO_THROW(parseEndpoint("unix:/" + std::string(106, 'a')));
+    EXPECT_THROW(parseEndpoint("unix:/" + std::string(107, 'a')), std::invalid_argument);
+}
+
+TEST(Endpoint, OnlyLoopbackMayListen) {
+    EXPECT_NO_THROW(helion::host::requireLoopback(parseEndpoint("tcp:127.0.0.1:1")));
+    EXPECT_NO_THROW(helion::host::requireLoopback(parseEndpoint("tcp:127.8.9.10:1")));
+    EXPECT_NO_THROW(helion::host::requireLoopback(parseEndpoint("tcp:[::1]:1")));
+    EXPECT_NO_THROW(helion::host::requireLoopback(parseEndpoint("unix:/tmp/x")));
+    for (const char* text :
+         {"tcp:0.0.0.0:1", "tcp:192.168.1.2:1", "tcp:[::]:1", "tcp:[::ffff:10.0.0.1]:1"}) {
+        EXPECT_THROW(helion::host::requireLoopback(parseEndpoint(text)), std::invalid_argument)
+            << text;
+    }
+}
+
+TEST(EventBus, DeliversByTopicAndToCatchAllSubscribers) {
+    helion::test::LogCapture log;
+    helion::host::EventBus bus;
+    std::vector<std::string> seen;
+    bus.subscribe("a", [&](const std::string& t, const std::string& c) {
+        seen.push_back("a:" + t + "=" + c);
+    });
+    const auto all = bus.subscribe(
+        "", [&](const std::string& t, const std::string&) { seen.push_back("*:" + t); });
+
+    EXPECT_TRUE(bus.publish("a", "1"));
+    EXPECT_TRUE(bus.publish("b", "2"));
+    EXPECT_EQ(seen, (std::vector<std::string>{"a:a=1", "*:a", "*:b"}));
+    EXPECT_TRUE(log.contains("module published event topic: [b], content: [2]"));
+
+    bus.unsubscribe(all);
+    EXPECT_FALSE(bus.publish("b", "3"));
+    EXPECT_FALSE(bus.publish(nullptr, "x"));
+    EXPECT_FALSE(bus.publish("x", nullptr));
+}
+
+TEST(EventBus, AThrowingSubscriberDoesNotStopTheOthers) {
+    helion::test::LogCapture log;
+    helion::host::EventBus bus;
+    int calls = 0;
+    bus.subscribe("t",
+                  [](const std::string&, const std::string&) { throw std::runtime_error("boom"); });
+    bus.subscribe("t", [&](const std::string&, const std::string&) { ++calls; });
+    // A subscriber may publish in turn: handlers run without the bus's lock.
+    bus.subscribe("t", [&](const std::string&, const std::string&) { bus.publish("u", "nested"); });
+    EXPECT_TRUE(bus.publish("t", "x"));
+    EXPECT_EQ(calls, 1);
+    EXPECT_TRUE(log.contains("subscriber of [t] failed; Reason: boom"));
+    EXPECT_TRUE(log.contains("content: [nested]"));
+}
+
+TEST(RuntimeContext, AnswersOfferedServicesOnly) {
+    helion::host::RuntimeContext context;
+    helion::host::EventBus bus;
+    context.offer<corvid::IEventBus>(corvid::kEventBusService, &bus);
+    EXPECT_EQ(static_cast<corvid::IEventBus*>(context.queryService("EventBus")), &bus);
+    EXPECT_EQ(context.queryService("RpcServer"), nullptr);
+    EXPECT_EQ(context.queryService(nullptr), nullptr);
+}
+
+class StubService : public corvid::rpc::thrift::SdpPromoteServiceNull {};
+
+class RpcRegistration : public ::testing::Test {
+protected:
+    std::shared_ptr<apache::thrift::TProcessor> processor() {
+        return std::make_shared<corvid::rpc::thrift::SdpPromoteServiceProcessor>(
+            std::make_shared<StubService>());
+    }
+    helion::test::TempDir dir;
+    helion::test::LogCapture log;
+};
+
+TEST_F(RpcRegistration, RefusesIncompleteDuplicateAndLateRegistrations) {
+    helion::host::RpcServerOptions options;
+    options.endpoint = parseEndpoint("unix:" + dir.str() + "/s.sock");
+    options.workers = 1;
+    helion::host::RpcServer server(options);
+
+    std::shared_ptr<apache::thrift::TProcessor> none;
+    auto first = processor();
+    EXPECT_THROW(server.registerProcessor("X", none), std::invalid_argument);
+    EXPECT_THROW(server.registerProcessor(nullptr, first), std::invalid_argument);
+    server.registerProcessor("SdpPromoteService", first);
+    auto second = processor();
+    EXPECT_THROW(server.registerProcessor("SdpPromoteService", second), std::invalid_argument);
+
+    server.bind();
+    server.start();
+    EXPECT_THROW(server.registerProcessor("Other", second), std::logic_error);
+    EXPECT_EQ(server.services(), std::vector<std::string>{"SdpPromoteService"});
+    server.stop();
+    EXPECT_FALSE(boost::filesystem::exists(dir.str() + "/s.sock"));
+}
+
+TEST_F(RpcRegistration, StartBeforeBindIsAProgrammingError) {
+    helion::host::RpcServerOptions options;
+    options.endpoint = parseEndpoint("unix:" + dir.str() + "/s.sock");
+    helion::host::RpcServer server(options);
+    EXPECT_THROW(server.start(), std::logic_error);
+}
+
+}  // namespace

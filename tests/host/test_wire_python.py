@@ -1,0 +1,136 @@
+"""The wire contract checked with a second Thrift implementation: Debian's python3-thrift and stubs
+generated from the same IDL, talking to helion-host through the multiplexed binary protocol."""
+import json
+import os
+import sys
+import threading
+import unittest
+
+from hostfixture import PORTAL_ROOT, PY_GEN_DIR, SAMPLE_PORTAL, SharedHostTestCase, tree
+
+sys.path.insert(0, PY_GEN_DIR)
+
+from thrift.protocol import TBinaryProtocol, TMultiplexedProtocol  # noqa: E402
+from thrift.Thrift import TApplicationException, TMessageType  # noqa: E402
+from thrift.transport import TSocket, TTransport  # noqa: E402
+
+from helion_promote import SdpPromoteService  # noqa: E402
+
+SERVICE = "SdpPromoteService"
+
+
+class Client:
+    def __init__(self, socket_path, service=SERVICE):
+        socket = TSocket.TSocket(unix_socket=socket_path)
+        socket.setTimeout(60000)
+        self.transport = TTransport.TBufferedTransport(socket)
+        self.protocol = TMultiplexedProtocol.TMultiplexedProtocol(
+            TBinaryProtocol.TBinaryProtocol(self.transport), service)
+        self.service = SdpPromoteService.Client(self.protocol)
+        self.transport.open()
+
+    def close(self):
+        self.transport.close()
+
+
+def envelope(text):
+    return json.loads(text)
+
+
+class WireContract(SharedHostTestCase):
+    def setUp(self):
+        super().setUp()
+        self.client = Client(self.host.socket)
+        self.addCleanup(self.client.close)
+
+    def test_portal_methods_exchange_envelopes(self):
+        package, signature = self.signed_sample()
+        name = self.portal_dir("wire")
+        param = '{"srcZip":"%s","portalDir":"%s","signFile":"%s"}' % (package, name, signature)
+        self.assertEqual(envelope(self.client.service.updatePortal(param)),
+                         {"code": 0, "message": "successful", "data": ""})
+        self.assertEqual(tree(os.path.join(PORTAL_ROOT, name)), tree(SAMPLE_PORTAL))
+
+        source = os.path.join(self.work, "extra")
+        os.makedirs(source)
+        with open(os.path.join(source, "theme.css"), "w") as handle:
+            handle.write("body{}")
+        param = '{"srcDir":"%s","portalDir":"%s"}' % (source, name)
+        self.assertEqual(envelope(self.client.service.copyPortalDir(param))["code"], 0)
+        self.assertTrue(os.path.isfile(os.path.join(PORTAL_ROOT, name, "theme.css")))
+
+        self.assertEqual(envelope(self.client.service.delPortalDir('{"portalDirs":["%s"]}' % name)),
+                         {"code": 0, "message": "successful", "data": ""})
+        self.assertFalse(os.path.exists(os.path.join(PORTAL_ROOT, name)))
+
+        self.assertEqual(envelope(self.client.service.updatePortal("")),
+                         {"code": 3, "message": "req json error", "data": ""})
+
+    def test_process_data_structs(self):
+        single = self.client.service.getProcessData(1)
+        self.assertEqual((single.code, single.message), (12, "not support impl"))
+        self.assertEqual([(p.pid, p.procName, p.procPath) for p in single.processInfo], [(0, "", "")])
+
+        invalid = self.client.service.getProcessData(-1)
+        self.assertEqual((invalid.code, invalid.message, invalid.processInfo),
+                         (10, "invalid pid", []))
+
+        # i64 on the wire: a pid beyond 32 bits must arrive whole, not wrapped negative.
+        self.assertEqual(self.client.service.getProcessData(2**40).code, 12)
+
+        every = self.client.service.getAllProcessData()
+        self.assertEqual((every.code, every.message, every.processInfo), (12, "not support impl", []))
+
+    def test_boolean_methods(self):
+        self.assertIs(self.client.service.IsRpcStatusNormal(), True)
+        self.assertIs(self.client.service.StartDiagnosisTool(), True)
+        self.assertIs(self.client.service.reLaunchTool(), True)
+
+    def test_unknown_method_is_an_exception_reply_and_the_connection_survives(self):
+        protocol = self.client.protocol
+        protocol.writeMessageBegin("foo", TMessageType.CALL, 7)
+        SdpPromoteService.IsRpcStatusNormal_args().write(protocol)
+        protocol.writeMessageEnd()
+        protocol.trans.flush()
+        name, kind, seqid = protocol.readMessageBegin()
+        error = TApplicationException()
+        error.read(protocol)
+        protocol.readMessageEnd()
+        self.assertEqual((kind, seqid, error.type), (TMessageType.EXCEPTION, 7,
+                                                     TApplicationException.UNKNOWN_METHOD))
+        self.assertEqual(error.message, "Invalid method name: 'foo'")
+        self.assertTrue(self.client.service.IsRpcStatusNormal())
+
+    def test_unknown_service_name_is_refused(self):
+        stranger = Client(self.host.socket, service="NoSuchService")
+        self.addCleanup(stranger.close)
+        with self.assertRaises(TApplicationException):
+            stranger.service.IsRpcStatusNormal()
+
+
+class WorkerPool(SharedHostTestCase):
+    host_extra = ("--workers", "2")
+
+    def test_more_clients_than_workers_are_all_served(self):
+        results = []
+        lock = threading.Lock()
+
+        def worker():
+            client = Client(self.host.socket)
+            try:
+                answers = [client.service.IsRpcStatusNormal() for _ in range(5)]
+            finally:
+                client.close()
+            with lock:
+                results.extend(answers)
+
+        threads = [threading.Thread(target=worker) for _ in range(6)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join(timeout=60)
+        self.assertEqual(results, [True] * 30)
+
+
+if __name__ == "__main__":
+    unittest.main()
