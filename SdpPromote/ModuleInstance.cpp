@@ -16,7 +16,7 @@
 namespace {
 
 // Assertion places and log lines keep the source positions operators know them by.
-constexpr const char* kSourceFile = "SdpPromote/ModuleInstance.cpp";
+constexpr const char* kSourceFile = "SdpPromote/ModuleInstance";
 constexpr const char* kWillLoadFunction =
     "virtual void ModuleInstance::moduleWillLoadFinished(corvid::IRunTimeContext *)";
 constexpr const char* kEventFunction =
@@ -79,8 +79,8 @@ void ModuleInstance::moduleWillLoadFinished(corvid::IRunTimeContext* context) {
         auto processor = corvid::SdpPromoteServiceImpl::getProcessor();
         rpcServer->registerProcessor(corvid::SdpPromoteServiceImpl::getServiceName(), processor);
     } catch (const std::exception& error) {
-        HP_LOG_AT(spdlog::level::err, "moduleWillLoadFinished", kLoadStdException,
-                  "{}; Reason: {}", kLoadFailure, error.what());
+        HP_LOG_AT(spdlog::level::err, "moduleWillLoadFinished", kLoadStdException, "{}; Reason: {}",
+                  kLoadFailure, error.what());
         return;
     } catch (...) {
         HP_LOG_AT(spdlog::level::err, "moduleWillLoadFinished", kLoadUnknownException,
@@ -106,9 +106,13 @@ void ModuleInstance::moduleDidUnloadFinished() {
               "moduleDidUnloadFinished");
 }
 
-int32_t ModuleInstance::modulePriority() { return corvid::identity::kPriority; }
+int32_t ModuleInstance::modulePriority() {
+    return corvid::identity::kPriority;
+}
 
-const char* ModuleInstance::moduleGuid() { return corvid::identity::kGuid; }
+const char* ModuleInstance::moduleGuid() {
+    return corvid::identity::kGuid;
+}
 
 const char* ModuleInstance::moduleCapacities() {
     static boost::format capacitiesFormat(kCapacitiesTemplate);

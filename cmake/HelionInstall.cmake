@@ -4,6 +4,9 @@ include(CMakePackageConfigHelpers)
 
 set(HELION_CMAKE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/HelionPromote")
 
+# Consumers see the headers as HelionPromote::sdk, the name the build tree's alias uses too.
+set_target_properties(helion_sdk PROPERTIES EXPORT_NAME sdk)
+
 install(TARGETS helion_sdk HelionLogger HelionPromote
     EXPORT HelionPromoteTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}

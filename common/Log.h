@@ -21,7 +21,8 @@ void reportStdFailure(const char* module, const char* function, uint64_t line,
 void reportUnknownFailure() noexcept;
 }  // namespace detail
 
-/// Logs through Logger::GetInstancePtr(); whatever logging throws is reported on stderr and dropped.
+/// Logs through Logger::GetInstancePtr(); whatever logging throws is reported on stderr and
+/// dropped.
 template <typename... Args>
 void guardedLog(spdlog::level::level_enum level, const char* module, const char* function,
                 uint64_t line, const char* fmt, Args&&... args) noexcept {
@@ -39,12 +40,15 @@ void guardedLog(spdlog::level::level_enum level, const char* module, const char*
 
 }  // namespace corvid::logging
 
-/// Logs under the enclosing function's name and the current line.
-#define HP_LOG(level, fmt, ...)                                                                  \
-    ::corvid::logging::guardedLog(level, ::corvid::logging::kModuleTag, __func__, __LINE__, fmt, \
-                                  ##__VA_ARGS__)
+// The format is part of the variadic arguments so that a call without placeholders stays valid
+// under -Wpedantic.
 
-/// Logs under a given function name and line, for lines whose place is part of the log vocabulary.
-#define HP_LOG_AT(level, function, line, fmt, ...) \
-    ::corvid::logging::guardedLog(level, ::corvid::logging::kModuleTag, function, line, fmt, \
-                                  ##__VA_ARGS__)
+/// Logs under the enclosing function's name and the current line: HP_LOG(level, fmt, args...).
+#define HP_LOG(level, ...)                                                                  \
+    ::corvid::logging::guardedLog(level, ::corvid::logging::kModuleTag, __func__, __LINE__, \
+                                  __VA_ARGS__)
+
+/// Logs under a given function name and line, for lines whose place is part of the log
+/// vocabulary: HP_LOG_AT(level, function, line, fmt, args...).
+#define HP_LOG_AT(level, function, line, ...) \
+    ::corvid::logging::guardedLog(level, ::corvid::logging::kModuleTag, function, line, __VA_ARGS__)

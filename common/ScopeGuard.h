@@ -9,9 +9,9 @@ namespace corvid {
 class ScopeGuard {
 public:
     explicit ScopeGuard(std::function<void()> onExit) : onExit_(std::move(onExit)) {}
-    // An empty function throws bad_function_call from the destructor, which ends the process.
+    // An empty function is skipped: calling it would throw out of a destructor.
     ~ScopeGuard() {
-        if (!dismissed_) {
+        if (!dismissed_ && onExit_) {
             onExit_();
         }
     }

@@ -18,8 +18,8 @@ namespace utl {
 
 namespace {
 const char* const kColours[] = {
-    "\033[0;0;0m",    "\033[0;30;59m", "\033[0;37;59m", "\033[1m",        "\033[1;31;59m",
-    "\033[0;32;59m",  "\033[0;33;59m", "\033[0;34;59m", "\033[0;35;59m",  "\033[0;36;59m",
+    "\033[0;0;0m",   "\033[0;30;59m", "\033[0;37;59m", "\033[1m",       "\033[1;31;59m",
+    "\033[0;32;59m", "\033[0;33;59m", "\033[0;34;59m", "\033[0;35;59m", "\033[0;36;59m",
 };
 constexpr int kColourCount = sizeof(kColours) / sizeof(kColours[0]);
 }  // namespace
@@ -39,7 +39,9 @@ namespace {
 
 constexpr int kHighlight = 3;
 
-std::string highlighted(const char* word) { return utl::GetColoredString(word, kHighlight); }
+std::string highlighted(const char* word) {
+    return utl::GetColoredString(word, kHighlight);
+}
 
 struct Registry {
     std::mutex mutex;
@@ -92,23 +94,34 @@ std::string get_typeof_level(int lvl) {
     }
 }
 
+std::string format_time(std::chrono::system_clock::time_point when) {
+    using namespace std::chrono;
+    const auto micros = duration_cast<microseconds>(when.time_since_epoch()).count();
+    // Floor division keeps the millisecond part in 0-999 before the epoch as well.
+    auto seconds = micros / 1000000;
+    auto rest = micros % 1000000;
+    if (rest < 0) {
+        rest += 1000000;
+        --seconds;
+    }
+    const auto wholeSeconds = static_cast<std::time_t>(seconds);
+    std::tm local{};
+    localtime_r(&wholeSeconds, &local);
+    char text[64] = {};
+    std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &local);
+    return std::string(text) + "." + std::to_string(rest / 1000);
+}
+
 std::string get_current_time() {
     using namespace std::chrono;
-    const auto micros =
-        duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
-    const std::time_t seconds = static_cast<std::time_t>(micros / 1000000);
-    const long millis = static_cast<long>((micros % 1000000) / 1000);
-    std::tm local{};
-    localtime_r(&seconds, &local);
-    char text[32] = {};
-    std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &local);
-    return std::string(text) + "." + std::to_string(millis);
+    return format_time(time_point_cast<microseconds>(system_clock::now()));
 }
 
 void dump_context_common(const assert_context& context, std::ostream& out) {
     out << "basic information:\n"
-        << "time:" << context.time << " " << "pid:" << context.pid << " " << "tid:" << context.tid
-        << "\n";
+        << "time:" << context.time << " "
+        << "pid:" << context.pid << " "
+        << "tid:" << context.tid << "\n";
     if (!context.msg.empty()) {
         out << highlighted("msg") << ": '" << context.msg << "'\n";
     }
@@ -116,12 +129,13 @@ void dump_context_common(const assert_context& context, std::ostream& out) {
     if (!context.stack.empty()) {
         out << "\nstack:\n" << context.stack << "\n";
     }
-    out << get_typeof_level(context.level) << " in " << highlighted("File") << ": "
-        << context.file << ", " << highlighted("Line") << ": " << context.line << ", "
-        << highlighted("Function") << ": " << context.function << "\n";
+    out << get_typeof_level(context.level) << " in " << highlighted("File") << ": " << context.file
+        << ", " << highlighted("Line") << ": " << context.line << ", " << highlighted("Function")
+        << ": " << context.function << "\n";
     if (context.expression != kNoExpression) {
         // An assertion object exists only for an expression that did not hold.
-        out << highlighted("Expression") << ": '" << context.expression << "' " << "failed"
+        out << highlighted("Expression") << ": '" << context.expression << "' "
+            << "failed"
             << "\n";
     }
 }

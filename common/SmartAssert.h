@@ -2,6 +2,7 @@
 // smart_assert: assertions that collect what failed (expression, message, place, values) and hand
 // it to a handler chosen by level. The host entry points use level 1000, which dumps and aborts.
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <ostream>
@@ -51,7 +52,9 @@ using assert_func = std::function<void(const assert_context&)>;
 
 /// "Log", "Warning", "Debug", "Error", "Fatal", coloured; "(level=N)" for any other level.
 std::string get_typeof_level(int level);
-/// Local wall-clock time as "%Y-%m-%d %H:%M:%S.<ms>", the milliseconds without leading zeros.
+/// when as local time "%Y-%m-%d %H:%M:%S.<ms>", the milliseconds without leading zeros.
+std::string format_time(std::chrono::system_clock::time_point when);
+/// format_time of the wall clock, read in microseconds.
 std::string get_current_time();
 void dump_context_common(const assert_context& context, std::ostream& out);
 void dump_context_detail(const assert_context& context, std::ostream& out);

@@ -1,28 +1,49 @@
 #include "corvid/Logger.h"
 
+#include <exception>
+#include <iostream>
+
 namespace corvid {
+
+namespace {
+// spdlog swallows what its sinks throw; hand it back to the caller, whose logging guard reports
+// it with the module, function and line that logged.
+void rethrowSinkFailure(const std::string& message) {
+    if (std::exception_ptr current = std::current_exception()) {
+        std::rethrow_exception(current);
+    }
+    std::cerr << message << std::endl;
+}
+}  // namespace
 
 Logger& Logger::GetInstance() {
     static Logger instance;
     return instance;
 }
 
-Logger* Logger::GetInstancePtr() { return &GetInstance(); }
+Logger* Logger::GetInstancePtr() {
+    return &GetInstance();
+}
 
 void Logger::init(std::shared_ptr<spdlog::logger> sink_logger, Level level) {
     if (!sink_logger) {
         markUninitialised();
         return;
     }
+    sink_logger->set_error_handler(rethrowSinkFailure);
     sink_.store(sink_logger.get(), std::memory_order_release);
     installed_.push_back(std::move(sink_logger));
     setLevel(level);
     initialised_.store(true, std::memory_order_release);
 }
 
-void Logger::markUninitialised() { initialised_.store(false, std::memory_order_release); }
+void Logger::markUninitialised() {
+    initialised_.store(false, std::memory_order_release);
+}
 
-void Logger::setLevel(Level level) { level_.store(level, std::memory_order_relaxed); }
+void Logger::setLevel(Level level) {
+    level_.store(level, std::memory_order_relaxed);
+}
 
 std::string Logger::GetFmt(const char* module, const char* function, uint64_t line,
                            std::string_view text) const {

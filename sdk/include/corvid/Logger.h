@@ -35,7 +35,8 @@ public:
     /// The same object as GetInstance(), by pointer.
     static Logger* GetInstancePtr();
 
-    /// Routes lines to sink_logger from now on, dropping those below level.
+    /// Routes lines to sink_logger from now on, dropping those below level. What its sinks throw
+    /// is thrown on to the caller of log() (modules catch it in their logging guard).
     void init(std::shared_ptr<spdlog::logger> sink_logger, Level level);
     /// Marks the logger not initialised: lines go to stderr behind "log isn't inited.".
     void markUninitialised();
@@ -51,8 +52,8 @@ public:
 
     /// Formats fmt with args and writes it at level, decorated with module, function and line.
     template <typename... Args>
-    void log(Level level, const char* module, const char* function, uint64_t line,
-             const char* fmt, Args&&... args) {
+    void log(Level level, const char* module, const char* function, uint64_t line, const char* fmt,
+             Args&&... args) {
         logWithCtx(level, module, function, line, Context{}, fmt, std::forward<Args>(args)...);
     }
 
@@ -94,8 +95,7 @@ void Logger::logWithCtx(Level level, const char* module, const char* function, u
         const std::string decorated = GetFmt(module, function, line, fmt);
         logging_detail::InlineBuffer text;
         logging_detail::formatInto(text, decorated, args...);
-        std::cerr << "log isn't inited." << std::string_view(text.data(), text.size())
-                  << std::endl;
+        std::cerr << "log isn't inited." << std::string_view(text.data(), text.size()) << std::endl;
         return;
     }
     if (level_.load(std::memory_order_relaxed) > level) {
