@@ -96,6 +96,21 @@ TEST(JsonChecker, ASchemaFailureIsThreeLinesNamingSchemaKeywordAndDocument) {
     EXPECT_EQ(schemaFailure(checker, "/t", R"({"age":3})"), "");
 }
 
+TEST(JsonChecker, DeeplyNestedBodiesAreAnsweredNotOverflowed) {
+    HttpJsonChecker checker;
+    checker.addSchema("/s", R"({"type":"array"})");
+    const std::string deep = std::string(200000, '[') + std::string(200000, ']');
+    EXPECT_NO_THROW(checker.apply("/unlisted", deep.c_str()));
+    EXPECT_EQ(schemaFailure(checker, "/s", deep.c_str()),
+              "Invalid document: nested deeper than 512 levels\n");
+    const std::string shallowEnough = std::string(512, '[') + std::string(512, ']');
+    EXPECT_EQ(schemaFailure(checker, "/s", shallowEnough.c_str()), "");
+
+    const std::string unterminated(200000, '[');
+    EXPECT_EQ(parseFailure(checker, "/s", unterminated.c_str()).value(),
+              rapidjson::kParseErrorValueInvalid);
+}
+
 TEST(JsonChecker, ABrokenStoredSchemaIsReportedAsCodeZero) {
     HttpJsonChecker checker;
     checker.addSchema("/broken", "{not a schema");
