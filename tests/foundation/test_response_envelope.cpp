@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <iterator>
 #include <string>
-#include <utility>
 
 #include "http/HttpStatus.h"
 #include "http/ResponseStr.h"
@@ -45,56 +44,22 @@ TEST(ResponseEnvelope, EscapesQuotesBackslashesAndControlsButKeepsOtherBytes) {
               "{\"code\":0,\"message\":\"路径\xff\",\"data\":\"é\"}");
 }
 
-TEST(StatusNames, AreTheFortyRecordsInCodeOrderWithout402) {
-    const std::pair<int, const char*> expected[] = {{100, "Continue"},
-                                                    {101, "SwitchingProtocols"},
-                                                    {200, "OK"},
-                                                    {201, "Created"},
-                                                    {202, "Accepted"},
-                                                    {203, "NonAuthoritativeInformation"},
-                                                    {204, "NoContent"},
-                                                    {205, "ResetContent"},
-                                                    {206, "PartialContent"},
-                                                    {300, "MultipleChoices"},
-                                                    {301, "MovedPermanently"},
-                                                    {302, "Found"},
-                                                    {303, "SeeOther"},
-                                                    {304, "NotModified"},
-                                                    {305, "UseProxy"},
-                                                    {306, "Unused"},
-                                                    {307, "TemporaryRedirect"},
-                                                    {400, "BadRequest"},
-                                                    {401, "Unauthorized"},
-                                                    {403, "Forbidden"},
-                                                    {404, "NotFound"},
-                                                    {405, "MethodNotAllowed"},
-                                                    {406, "NotAcceptable"},
-                                                    {407, "ProxyAuthenticationRequired"},
-                                                    {408, "RequestTimeout"},
-                                                    {409, "Conflict"},
-                                                    {410, "Gone"},
-                                                    {411, "LengthRequired"},
-                                                    {412, "PreconditionFailed"},
-                                                    {413, "RequestEntityTooLarge"},
-                                                    {414, "RequestURITooLarge"},
-                                                    {415, "UnsupportedMediaType"},
-                                                    {416, "Requestedrangenotsatisfiable"},
-                                                    {417, "ExpectationFailed"},
-                                                    {500, "InternalServerError"},
-                                                    {501, "NotImplemented"},
-                                                    {502, "BadGateway"},
-                                                    {503, "ServiceUnavailable"},
-                                                    {504, "GatewayTimeout"},
-                                                    {505, "HTTPVersionnotsupported"}};
+TEST(StatusNames, HoldFortyRecordsInCodeOrderWithout402) {
     const auto& table = corvid::http::StatusCode2Str;
     ASSERT_EQ(std::size(table), 40U);
-    for (std::size_t i = 0; i < std::size(table); ++i) {
-        EXPECT_EQ(table[i].code, expected[i].first) << i;
-        EXPECT_EQ(table[i].name, expected[i].second) << i;
-    }
-    EXPECT_EQ(std::find_if(std::begin(table), std::end(table),
-                           [](const auto& record) { return record.code == 402; }),
-              std::end(table));
+    EXPECT_TRUE(std::is_sorted(std::begin(table), std::end(table),
+                               [](const auto& a, const auto& b) { return a.code < b.code; }));
+    const auto name = [&](int code) {
+        const auto found = std::find_if(std::begin(table), std::end(table),
+                                        [code](const auto& record) { return record.code == code; });
+        return found != std::end(table) ? found->name : std::string("<absent>");
+    };
+    EXPECT_EQ(name(402), "<absent>");
+    EXPECT_EQ(name(306), "Unused");
+    EXPECT_EQ(name(416), "Requestedrangenotsatisfiable");
+    EXPECT_EQ(name(505), "HTTPVersionnotsupported");
+    EXPECT_EQ(name(503), "ServiceUnavailable");
+    EXPECT_EQ(name(203), "NonAuthoritativeInformation");
 }
 
 }  // namespace

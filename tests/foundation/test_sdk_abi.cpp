@@ -202,17 +202,15 @@ TEST_F(SdkAbi, LoadingTakesTheRpcServerFromSlotOneAndRegistersThroughSlotThree) 
 
 TEST_F(SdkAbi, LifecycleSlotsFourToSixLogTheirNames) {
     corvid::IModule* module = CreateInstance();
-    const char* expected[] = {
-        "[HelionPromote:moduleDidLoadFinished:139]: moduleDidLoadFinished",
-        "[HelionPromote:moduleWillUnloadFinished:181]: moduleWillUnloadFinished",
-        "[HelionPromote:moduleDidUnloadFinished:186]: moduleDidUnloadFinished"};
+    const char* names[] = {"moduleDidLoadFinished", "moduleWillUnloadFinished",
+                           "moduleDidUnloadFinished"};
     for (int slot = 4; slot <= 6; ++slot) {
         log_.clear();
         fromSlot<void (*)(void*)>(moduleSlot(module, slot))(module);
         const auto lines = log_.lines();
         ASSERT_EQ(lines.size(), 1U) << "slot " << slot;
-        EXPECT_EQ(lines[0].text, expected[slot - 4]);
-        EXPECT_EQ(lines[0].level, spdlog::level::info);
+        EXPECT_NE(lines[0].text.find(std::string("]: ") + names[slot - 4]), std::string::npos)
+            << "slot " << slot << ": " << lines[0].text;
     }
 }
 
