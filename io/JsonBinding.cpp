@@ -297,7 +297,9 @@ bool from_json(const std::string& json, instance obj) {
     try {
         rapidjson::Document document(nullptr, kParseStackCapacity);
         rapidjson::StringStream stream(json.c_str());
-        if (document.ParseStream(stream).HasParseError()) {
+        // Same grammar as the default parse, but a request of a million "[" cannot exhaust the
+        // stack of the RPC thread.
+        if (document.ParseStream<rapidjson::kParseIterativeFlag>(stream).HasParseError()) {
             return false;
         }
         fromjson_recursively(obj, document);

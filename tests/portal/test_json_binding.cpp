@@ -132,6 +132,9 @@ TEST(JsonBindingRead, DocumentsThatBindNothingOrFail) {
     EXPECT_FALSE(io::from_json("", sample));
     EXPECT_FALSE(io::from_json("{", sample));
     EXPECT_FALSE(io::from_json(R"({"text":"a",})", sample));
+    const std::size_t depth = 200000;  // deeper than any thread stack could recurse
+    EXPECT_TRUE(io::from_json(
+        R"({"list":)" + std::string(depth, '[') + std::string(depth, ']') + "}", sample));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(sample.text, "keep");
 
