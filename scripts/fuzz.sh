@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer targets (fuzz preset) and runs them inside a sandbox: a private mount and
-# PID namespace whose every mount is read-only but a tmpfs scratch directory, since archive entry
-# names and portal names are joined as they stand, by design.
+# Builds the libFuzzer targets (fuzz preset) and runs them inside fuzz/sandbox.sh: a private mount
+# and PID namespace whose every mount is read-only but a tmpfs scratch directory, since archive
+# entry names and portal names are joined as they stand, by design.
 #
 #   scripts/fuzz.sh                 smoke run: a bounded number of runs per target (what CI does)
 #   scripts/fuzz.sh --time 600      each target for 600 seconds
@@ -18,7 +18,8 @@ if [ "${1:-}" = "--time" ]; then
     shift 2
 fi
 
-all_targets=(fuzz_json_checker fuzz_http_router)
+all_targets=(fuzz_json_checker fuzz_http_router fuzz_from_json fuzz_signature fuzz_unzip
+    fuzz_processor)
 targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=("${all_targets[@]}")
 
@@ -26,47 +27,36 @@ scripts/install-deps.sh
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target "${targets[@]}"
 
-if ! unshare --mount --pid --fork --mount-proc true 2>/dev/null; then
-    echo "fuzz: cannot create a private mount and PID namespace here (needs root); not running" >&2
-    exit 1
-fi
-
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1:suppressions=$root/cmake/ubsan.supp"
 
-# Runs inside the namespace: scratch tmpfs, everything else read-only, then the fuzzer; the
-# findings leave as a tar stream on stdout.
-sandboxed_run() {
-    local binary=$1 corpus=$2 regressions=$3
-    shift 3
-    local scratch=/tmp/helion-fuzz
-    mkdir -p "$scratch"
-    mount --make-rprivate /
-    mount -t tmpfs -o size=1g tmpfs "$scratch"
-    mkdir -p "$scratch/Resources/app" "$scratch/corpus" "$scratch/out"
-    cp -r "$corpus"/. "$scratch/corpus/"
-    awk '{print $2}' /proc/self/mounts | sort -r | while read -r mountpoint; do
-        [ "$mountpoint" = "$scratch" ] && continue
-        mount -o remount,bind,ro "$mountpoint" 2>/dev/null || true
-    done
-    local status=0
-    (cd "$scratch" && "$binary" "$@" -artifact_prefix="$scratch/out/" "$scratch/corpus" \
-        ${regressions:+"$regressions"} >&2) || status=$?
-    tar -C "$scratch" -cf - out corpus
-    return $status
-}
+# Runs inside the sandbox (cwd is the scratch tmpfs): new corpus units go to corpus/, findings to
+# out/; both leave as a tar stream on stdout. The committed seeds and regressions are read-only.
+inside='mkdir -p corpus out
+status=0
+binary=$1
+shift
+"$binary" -artifact_prefix="$PWD/out/" corpus "$@" >&2 || status=$?
+tar -cf - out corpus
+exit $status'
 
 failed=0
 for target in "${targets[@]}"; do
     name=${target#fuzz_}
     findings="$root/build/fuzz/findings/$target"
     rm -rf "$findings" && mkdir -p "$findings"
-    regressions="$root/fuzz/regressions/$name"
-    [ -d "$regressions" ] || regressions=""
+    inputs=("$root/fuzz/corpus/$name")
+    [ -d "$root/fuzz/regressions/$name" ] && inputs+=("$root/fuzz/regressions/$name")
     echo "== $target (${budget[*]})"
-    if ! unshare --mount --pid --fork --mount-proc bash -c "$(declare -f sandboxed_run); sandboxed_run \"\$@\"" _ \
-            "$root/build/fuzz/fuzz/$target" "$root/fuzz/corpus/$name" "$regressions" "${budget[@]}" \
-            | tar -C "$findings" -xf -; then
+    set +e
+    fuzz/sandbox.sh bash -c "$inside" _ "$root/build/fuzz/fuzz/$target" "${budget[@]}" \
+        "${inputs[@]}" | tar -C "$findings" -xf -
+    status=${PIPESTATUS[0]}
+    set -e
+    if [ $status -eq 77 ]; then
+        echo "fuzz: no sandbox can be made here (needs root); not running" >&2
+        exit 1
+    elif [ $status -ne 0 ]; then
         echo "!! $target failed; findings in $findings/out" >&2
         failed=1
     fi
