@@ -6,7 +6,6 @@
 #include "host/Endpoint.h"
 #include "host/EventBus.h"
 #include "host/RpcServer.h"
-#include "host/RuntimeContext.h"
 #include "rpc/SdpPromoteService.h"
 #include "support/TestSupport.h"
 
@@ -91,15 +90,6 @@ TEST(EventBus, AThrowingSubscriberDoesNotStopTheOthers) {
     EXPECT_TRUE(log.contains("content: [nested]"));
 }
 
-TEST(RuntimeContext, AnswersOfferedServicesOnly) {
-    helion::host::RuntimeContext context;
-    helion::host::EventBus bus;
-    context.offer<corvid::IEventBus>(corvid::kEventBusService, &bus);
-    EXPECT_EQ(static_cast<corvid::IEventBus*>(context.queryService("EventBus")), &bus);
-    EXPECT_EQ(context.queryService("RpcServer"), nullptr);
-    EXPECT_EQ(context.queryService(nullptr), nullptr);
-}
-
 class StubService : public corvid::rpc::thrift::SdpPromoteServiceNull {};
 
 class RpcRegistration : public ::testing::Test {
@@ -132,13 +122,6 @@ TEST_F(RpcRegistration, RefusesIncompleteDuplicateAndLateRegistrations) {
     EXPECT_EQ(server.services(), std::vector<std::string>{"SdpPromoteService"});
     server.stop();
     EXPECT_FALSE(boost::filesystem::exists(dir.str() + "/s.sock"));
-}
-
-TEST_F(RpcRegistration, StartBeforeBindIsAProgrammingError) {
-    helion::host::RpcServerOptions options;
-    options.endpoint = parseEndpoint("unix:" + dir.str() + "/s.sock");
-    helion::host::RpcServer server(options);
-    EXPECT_THROW(server.start(), std::logic_error);
 }
 
 }  // namespace
