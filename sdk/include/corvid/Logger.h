@@ -36,7 +36,8 @@ public:
     static Logger* GetInstancePtr();
 
     /// Routes lines to sink_logger from now on, dropping those below level. What its sinks throw
-    /// is thrown on to the caller of log() (modules catch it in their logging guard).
+    /// is thrown on to whoever called log() or flush() (modules catch it in their logging guard),
+    /// so don't hand sink_logger to spdlog's periodic flusher.
     void init(std::shared_ptr<spdlog::logger> sink_logger, Level level);
     /// Marks the logger not initialised: lines go to stderr behind "log isn't inited.".
     void markUninitialised();
