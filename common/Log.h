@@ -14,6 +14,13 @@ namespace corvid::logging {
 inline constexpr const char* kModuleTag = "HelionPromote";
 
 namespace detail {
+/// The shared Logger, asked for once: the host library's accessor is a call through the PLT,
+/// which would otherwise be most of what a dropped line costs.
+inline Logger* sharedLogger() noexcept {
+    static Logger* const logger = Logger::GetInstancePtr();
+    return logger;
+}
+
 void reportSpdlogFailure(const char* module, const char* function, uint64_t line,
                          const spdlog::spdlog_ex& error) noexcept;
 void reportStdFailure(const char* module, const char* function, uint64_t line,
@@ -27,8 +34,8 @@ template <typename... Args>
 void guardedLog(spdlog::level::level_enum level, const char* module, const char* function,
                 uint64_t line, const char* fmt, Args&&... args) noexcept {
     try {
-        Logger::GetInstancePtr()->log(level, module, function, line, fmt,
-                                      std::forward<Args>(args)...);
+        detail::sharedLogger()->log(level, module, function, line, fmt,
+                                    std::forward<Args>(args)...);
     } catch (const spdlog::spdlog_ex& error) {
         detail::reportSpdlogFailure(module, function, line, error);
     } catch (const std::exception& error) {

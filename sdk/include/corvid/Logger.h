@@ -55,6 +55,11 @@ public:
     template <typename... Args>
     void log(Level level, const char* module, const char* function, uint64_t line, const char* fmt,
              Args&&... args) {
+        // A dropped line costs the level test alone: no context object, no out-of-line call.
+        if (initialised_.load(std::memory_order_acquire) &&
+            level_.load(std::memory_order_relaxed) > level) {
+            return;
+        }
         logWithCtx(level, module, function, line, Context{}, fmt, std::forward<Args>(args)...);
     }
 

@@ -1,0 +1,366 @@
+#!/usr/bin/python3
+"""End-to-end benchmark of a portal update and of the RPC path, against what they compete with.
+
+Run after a build (scripts/bench.sh builds Release and runs this):
+
+    /usr/bin/python3 bench/e2e_bench.py --build-dir build/bench
+
+1. Generates a portal tree (text assets that compress well beside images and fonts that do not,
+   nested directories), packs it with helion-portal and signs it with the development key.
+2. Alternates, round by round, an update through helion-host and helion-promote with the
+   administrator's pipeline (openssl dgst -verify, then rm -rf and unzip into a fresh directory),
+   and reports median wall times, their ratio and the host's peak resident memory.
+3. Measures IsRpcStatusNormal round trips per second through helion-host and through a bare
+   Thrift server configured the same way with an empty handler, with 1 and 8 clients.
+
+Everything runs on Unix sockets in a scratch directory, every child is bounded in time and is
+ended before the script exits.
+"""
+import argparse
+import datetime
+import json
+import os
+import random
+import re
+import shutil
+import signal
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+MIB = 1024 * 1024
+CALL_TIMEOUT = 300
+START_TIMEOUT = 30
+PORTAL_DIR = "bench-portal"
+
+# Targets the figures are judged against.
+TARGET_UPDATE_RATIO = 1.0
+TARGET_RPC_RATIO = 0.9
+TARGET_RSS_SLACK_MIB = 32
+
+TEXT_KINDS = ("css", "js", "json", "html")
+BINARY_KINDS = ("png", "jpg", "woff2", "ttf")
+DIR_NAMES = ("assets", "img", "fonts", "js", "css", "i18n", "vendor", "modules", "static")
+WORDS = ("function", "return", "const", "portal", "display", "margin", "padding", "color",
+         "#1f2a44", "width", "height", "var", "let", "=>", "{", "}", "(", ")", ";", "\n", "  ",
+         "\"name\"", ":", ",", "div", "class", "button", "0px", "auto", "flex", "grid", "true",
+         "false", "null", "this", "props", "state", "async", "await", "import")
+
+
+def log(text):
+    print(text, flush=True)
+
+
+def text_asset(rng, size, kind):
+    head = {"html": "<!DOCTYPE html>\n", "json": "{\n"}.get(kind, "/* portal */\n")
+    # Six characters a word on average, a few extra so one pass is enough.
+    body = " ".join(rng.choices(WORDS, k=size // 5 + 16))
+    return (head + body)[:size].encode()
+
+
+def write_tree(root, total_bytes, files, seed):
+    """About total_bytes in files: 40% of the bytes in the quarter that are images and fonts."""
+    rng = random.Random(seed)
+    binary_files = files // 4
+    text_files = files - binary_files
+    binary_avg = total_bytes * 2 // 5 // max(binary_files, 1)
+    text_avg = total_bytes * 3 // 5 // max(text_files, 1)
+    written = 0
+    for i in range(files):
+        binary = i % 4 == 3
+        avg = binary_avg if binary else text_avg
+        size = avg // 10 + rng.randrange(avg * 18 // 10 + 1)
+        parts = [rng.choice(DIR_NAMES) + str(rng.randrange(3)) for _ in range(rng.randint(1, 4))]
+        kind = rng.choice(BINARY_KINDS if binary else TEXT_KINDS)
+        path = os.path.join(root, *parts, "f%d.%s" % (i, kind))
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "wb") as out:
+            out.write(rng.randbytes(size) if binary else text_asset(rng, size, kind))
+        written += size
+    return written
+
+
+def run(args, **kwargs):
+    return subprocess.run(args, capture_output=True, text=True, timeout=CALL_TIMEOUT, **kwargs)
+
+
+def checked(args, **kwargs):
+    result = run(args, **kwargs)
+    if result.returncode != 0:
+        raise RuntimeError("%s failed (%d):\n%s%s" % (" ".join(args), result.returncode,
+                                                      result.stdout, result.stderr))
+    return result
+
+
+def make_package(paths, work, mib, files, seed):
+    """The package and its signature, reused while the parameters stay the same."""
+    package = os.path.join(work, "portal.zip")
+    signature = package + ".sig"
+    marker = os.path.join(work, "package.json")
+    wanted = {"mib": mib, "files": files, "seed": seed}
+    try:
+        with open(marker) as found:
+            if json.load(found) == wanted and os.path.exists(signature):
+                log("reusing %s" % package)
+                return package, signature
+    except (OSError, ValueError):
+        pass
+    tree = os.path.join(work, "tree")
+    shutil.rmtree(tree, ignore_errors=True)
+    log("generating %d files, about %d MiB, in %s" % (files, mib, tree))
+    write_tree(tree, mib * MIB, files, seed)
+    checked([paths["portal"], "pack", tree, "-o", package])
+    checked([paths["portal"], "sign", "--key", paths["private_key"], package, "-o", signature])
+    shutil.rmtree(tree, ignore_errors=True)
+    with open(marker, "w") as out:
+        json.dump(wanted, out)
+    return package, signature
+
+
+class Server:
+    """A child server on a Unix socket; ready when its log says so."""
+
+    def __init__(self, name, args, ready_pattern, log_path):
+        self.name = name
+        self.args = args
+        self.ready = re.compile(ready_pattern)
+        self.log_path = log_path
+        self.process = None
+
+    def start(self):
+        with open(self.log_path, "wb") as out:
+            self.process = subprocess.Popen(self.args, stdout=out, stderr=out,
+                                            stdin=subprocess.DEVNULL, start_new_session=True)
+        deadline = time.monotonic() + START_TIMEOUT
+        while time.monotonic() < deadline:
+            if self.ready.search(self.log()):
+                return self
+            if self.process.poll() is not None:
+                raise RuntimeError("%s exited with %d:\n%s" % (self.name, self.process.returncode,
+                                                               self.log()))
+            time.sleep(0.05)
+        raise RuntimeError("%s did not come up:\n%s" % (self.name, self.log()))
+
+    def log(self):
+        with open(self.log_path, encoding="utf-8", errors="replace") as found:
+            return found.read()
+
+    def status(self, field):
+        """A /proc/<pid>/status figure in KiB."""
+        with open("/proc/%d/status" % self.process.pid) as found:
+            for line in found:
+                if line.startswith(field + ":"):
+                    return int(line.split()[1])
+        raise RuntimeError("no %s for %s" % (field, self.name))
+
+    def stop(self):
+        if self.process is None or self.process.poll() is not None:
+            return
+        self.process.send_signal(signal.SIGTERM)
+        try:
+            self.process.wait(timeout=START_TIMEOUT)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait()
+
+
+def timed(args):
+    start = time.perf_counter()
+    result = run(args)
+    elapsed = time.perf_counter() - start
+    if result.returncode != 0:
+        raise RuntimeError("%s failed (%d):\n%s%s" % (" ".join(args), result.returncode,
+                                                      result.stdout, result.stderr))
+    return elapsed, result
+
+
+def tree_listing(root):
+    listing = {}
+    for base, _, names in os.walk(root):
+        for name in names:
+            path = os.path.join(base, name)
+            listing[os.path.relpath(path, root)] = os.path.getsize(path)
+    return listing
+
+
+def bench_update(paths, sockets, work, package, signature, rounds):
+    socket = os.path.join(sockets, "host.sock")
+    host = Server("helion-host",
+                  [paths["host"], "--module", paths["module"], "--listen", "unix:" + socket,
+                   "--workers", "8"],
+                  r"serving RPC on", os.path.join(sockets, "host-update.log"))
+    module_dir = os.path.join(paths["portal_root"], PORTAL_DIR)
+    admin_dir = os.path.join(work, "admin-portal")
+    update = [paths["promote"], "--connect", "unix:" + socket, "update-portal", "--zip", package,
+              "--sig", signature, "--dir", PORTAL_DIR]
+    # What an administrator scripts by hand: verify, then replace the directory.
+    pipeline = ["sh", "-c",
+                'openssl dgst -sha256 -verify "$1" -signature "$2" "$3" >/dev/null '
+                '&& rm -rf "$4" && unzip -qo "$3" -d "$4"',
+                "pipeline", paths["public_key"], signature, package, admin_dir]
+    try:
+        host.start()
+        rss_start = host.status("VmHWM")
+
+        def module_round():
+            elapsed, result = timed(update)
+            if json.loads(result.stdout).get("code") != 0:
+                raise RuntimeError("updatePortal answered " + result.stdout)
+            return elapsed
+
+        def admin_round():
+            return timed(pipeline)[0]
+
+        # One unmeasured round each: page cache and first-touch costs land here.
+        module_round()
+        admin_round()
+        module_times, admin_times = [], []
+        for i in range(rounds):
+            order = (module_round, admin_round) if i % 2 == 0 else (admin_round, module_round)
+            for step in order:
+                (module_times if step is module_round else admin_times).append(step())
+        rss_peak = host.status("VmHWM")
+        same = tree_listing(module_dir) == tree_listing(admin_dir)
+    finally:
+        host.stop()
+        shutil.rmtree(admin_dir, ignore_errors=True)
+        shutil.rmtree(module_dir, ignore_errors=True)
+    return {
+        "module_times": module_times,
+        "admin_times": admin_times,
+        "module_median": statistics.median(module_times),
+        "admin_median": statistics.median(admin_times),
+        "host_hwm_start_kib": rss_start,
+        "host_hwm_kib": rss_peak,
+        "same_tree": same,
+    }
+
+
+def load(paths, socket, clients, seconds):
+    result = checked([paths["rpc_load"], "--connect", "unix:" + socket, "--clients", str(clients),
+                      "--seconds", str(seconds)])
+    return json.loads(result.stdout)["calls_per_second"]
+
+
+def bench_rpc(paths, work, seconds, rounds, workers):
+    host_socket = os.path.join(work, "host-rpc.sock")
+    bare_socket = os.path.join(work, "bare.sock")
+    host = Server("helion-host",
+                  [paths["host"], "--module", paths["module"], "--listen", "unix:" + host_socket,
+                   "--workers", str(workers)],
+                  r"serving RPC on", os.path.join(work, "host-rpc.log"))
+    bare = Server("bare server",
+                  [paths["bare_server"], "--listen", "unix:" + bare_socket,
+                   "--workers", str(workers)],
+                  r"serving on", os.path.join(work, "bare.log"))
+    figures = {}
+    try:
+        host.start()
+        bare.start()
+        for clients in (1, 8):
+            host_rates, bare_rates = [], []
+            for i in range(rounds):
+                pairs = [(host_socket, host_rates), (bare_socket, bare_rates)]
+                for socket, rates in (pairs if i % 2 == 0 else pairs[::-1]):
+                    rates.append(load(paths, socket, clients, seconds))
+            figures[clients] = {
+                "host": statistics.median(host_rates),
+                "bare": statistics.median(bare_rates),
+                "host_rounds": host_rates,
+                "bare_rounds": bare_rates,
+            }
+    finally:
+        host.stop()
+        bare.stop()
+    return figures
+
+
+def verdict(ok):
+    return "met" if ok else "MISSED"
+
+
+def main():
+    here = os.path.dirname(os.path.abspath(__file__))
+    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser.add_argument("--build-dir", default=os.path.join(here, "..", "build", "bench"))
+    parser.add_argument("--work-dir", help="scratch directory (default: BUILD/bench-work)")
+    parser.add_argument("--rounds", type=int, default=5, help="update rounds of each kind")
+    parser.add_argument("--mib", type=int, default=64, help="package size before compression")
+    parser.add_argument("--files", type=int, default=4000)
+    parser.add_argument("--seed", type=int, default=2216)
+    parser.add_argument("--rpc-seconds", type=float, default=2.0)
+    parser.add_argument("--rpc-rounds", type=int, default=3)
+    parser.add_argument("--workers", type=int, default=8, help="worker pool of both servers")
+    parser.add_argument("--skip-update", action="store_true")
+    parser.add_argument("--skip-rpc", action="store_true")
+    parser.add_argument("--json", help="also write the figures to this file")
+    options = parser.parse_args()
+    if not 1 <= options.rounds <= 50 or not 1 <= options.rpc_rounds <= 20:
+        parser.error("rounds out of range")
+
+    build = os.path.abspath(options.build_dir)
+    with open(os.path.join(build, "bench", "bench_paths.json")) as found:
+        paths = json.load(found)
+    for tool in ("openssl", "unzip"):
+        if shutil.which(tool) is None:
+            parser.error(tool + " is needed for the comparison pipeline")
+    work = os.path.abspath(options.work_dir or os.path.join(build, "bench-work"))
+    os.makedirs(work, exist_ok=True)
+    # Sockets live in a private directory of their own: paths below the build tree can be long.
+    sockets = tempfile.mkdtemp(prefix="helion-bench-")
+
+    figures = {"date": datetime.date.today().isoformat(), "nproc": os.cpu_count()}
+    log("nproc %d, %s" % (os.cpu_count(), figures["date"]))
+    try:
+        if not options.skip_update:
+            package, signature = make_package(paths, work, options.mib, options.files,
+                                              options.seed)
+            size = os.path.getsize(package)
+            log("package %s: %.1f MiB, %d files before packing" % (package, size / MIB,
+                                                                  options.files))
+            update = bench_update(paths, sockets, work, package, signature, options.rounds)
+            update["package_bytes"] = size
+            figures["update"] = update
+        if not options.skip_rpc:
+            figures["rpc"] = bench_rpc(paths, sockets, options.rpc_seconds, options.rpc_rounds,
+                                       options.workers)
+    finally:
+        shutil.rmtree(sockets, ignore_errors=True)
+
+    log("")
+    if "update" in figures:
+        u = figures["update"]
+        ratio = u["module_median"] / u["admin_median"]
+        peak = u["host_hwm_kib"] / 1024
+        limit = u["package_bytes"] / MIB + TARGET_RSS_SLACK_MIB
+        log("update, median of %d:" % options.rounds)
+        log("  helion-host + helion-promote update-portal  %7.3f s  %s" % (
+            u["module_median"], " ".join("%.3f" % t for t in u["module_times"])))
+        log("  openssl dgst -verify && rm -rf && unzip     %7.3f s  %s" % (
+            u["admin_median"], " ".join("%.3f" % t for t in u["admin_times"])))
+        log("  ratio module/pipeline %.2f (target <= %.1f: %s)" % (
+            ratio, TARGET_UPDATE_RATIO, verdict(ratio <= TARGET_UPDATE_RATIO)))
+        log("  host peak RSS (VmHWM) %.1f MiB, %.1f MiB before the updates "
+            "(target <= package + %d = %.1f MiB: %s)" % (
+                peak, u["host_hwm_start_kib"] / 1024, TARGET_RSS_SLACK_MIB, limit,
+                verdict(peak <= limit)))
+        log("  extracted trees identical: %s" % ("yes" if u["same_tree"] else "NO"))
+        u["ratio"] = ratio
+    if "rpc" in figures:
+        log("IsRpcStatusNormal round trips/s, median of %d x %.1f s:" % (options.rpc_rounds,
+                                                                       options.rpc_seconds))
+        for clients, r in figures["rpc"].items():
+            r["ratio"] = r["host"] / r["bare"]
+            log("  %d client%s: helion-host %8.0f  bare %8.0f  ratio %.2f (target >= %.1f: %s)" % (
+                clients, "" if clients == 1 else "s", r["host"], r["bare"], r["ratio"],
+                TARGET_RPC_RATIO, verdict(r["ratio"] >= TARGET_RPC_RATIO)))
+    if options.json:
+        with open(options.json, "w") as out:
+            json.dump(figures, out, indent=2)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
