@@ -5,6 +5,7 @@
 #include <thrift/server/TThreadPoolServer.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -18,6 +19,11 @@
 namespace helion::host {
 
 class PreboundServerSocket;
+
+/// Longest string a request may carry. The binary protocol sizes a string's buffer from the length
+/// the message announces, before any of it arrives: unbounded, four bytes from a client would make
+/// the host allocate up to 2 GB.
+inline constexpr int32_t kMaxRpcStringBytes = 16 * 1024 * 1024;
 
 struct RpcServerOptions {
     Endpoint endpoint;
