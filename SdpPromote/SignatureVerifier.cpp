@@ -8,8 +8,9 @@
 
 #include <boost/filesystem.hpp>
 #include <fstream>
+#include <iterator>
 #include <memory>
-#include <sstream>
+#include <utility>
 
 #include "SdpPromote/BuildConstants.h"
 #include "SdpPromote/SdpPromoteServiceImpl.h"
@@ -118,9 +119,22 @@ bool SdpPromoteServiceImpl::readFileContent(const std::string& path, std::string
         HP_LOG(spdlog::level::warn, "read failed; Reason: cann't open {}", "", path);
         return false;
     }
-    std::ostringstream content;
-    content << in.rdbuf();
-    out = content.str();
+    // One buffer of the file's size, read into directly: a package is tens of MiB, and a
+    // growing string stream would copy it several times and leave the copies in the worker
+    // thread's heap.
+    std::string content;
+    boost::system::error_code sizeError;
+    const boost::uintmax_t size = fs::file_size(path, sizeError);
+    if (!sizeError && size > 0 && size < content.max_size()) {
+        content.resize(static_cast<std::size_t>(size));
+        in.read(&content[0], static_cast<std::streamsize>(size));
+        content.resize(static_cast<std::size_t>(in.gcount()));
+    }
+    // Whatever the size did not tell (a file that grew, a special file) is read on to its end.
+    if (in) {
+        content.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
+    out = std::move(content);
     return true;
 }
 
