@@ -132,7 +132,12 @@ bool SdpPromoteServiceImpl::readFileContent(const std::string& path, std::string
     }
     // Whatever the size did not tell (a file that grew, a special file) is read on to its end.
     if (in) {
-        content.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        try {
+            content.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        } catch (const std::ios_base::failure&) {
+            // The file buffer throws on a read error (a directory opens but cannot be read); the
+            // content ends where reading stopped, and no exception may leave the check.
+        }
     }
     out = std::move(content);
     return true;
