@@ -1,0 +1,163 @@
+// The portal root on a file system that fills up or is read-only. Each test mounts its own file
+// system over the test portal root, which needs a private mount namespace: ctest runs this
+// program under "unshare --mount"; anywhere else it skips.
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <boost/filesystem.hpp>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "faults/FaultSupport.h"
+#include "portal/PortalFixture.h"
+
+namespace {
+
+using helion::test::parseEnvelope;
+using helion::test::readFile;
+namespace fs = boost::filesystem;
+
+// "unshare --mount" runs this program in a mount namespace of its own; its parent (ctest) stays
+// in the one every other test shares.
+bool inPrivateMountNamespace() {
+    char own[64] = {}, parent[64] = {};
+    const std::string parentLink = "/proc/" + std::to_string(::getppid()) + "/ns/mnt";
+    return ::readlink("/proc/self/ns/mnt", own, sizeof own - 1) > 0 &&
+           ::readlink(parentLink.c_str(), parent, sizeof parent - 1) > 0 &&
+           std::strcmp(own, parent) != 0;
+}
+
+std::string incompressible(std::size_t size) {
+    std::mt19937 random(7);
+    std::string bytes(size, '\0');
+    for (char& c : bytes) {
+        c = static_cast<char>(random());
+    }
+    return bytes;
+}
+
+class FilesystemFaults : public helion::test::PortalRootTest {
+protected:
+    void SetUp() override {
+        if (!inPrivateMountNamespace()) {
+            GTEST_SKIP() << "needs a private mount namespace; ctest runs this under "
+                            "'unshare --mount'";
+        }
+        PortalRootTest::SetUp();
+    }
+
+    void TearDown() override {
+        if (mounted_) {
+            ::umount2(root_.c_str(), MNT_DETACH);
+        }
+        if (inPrivateMountNamespace()) {
+            PortalRootTest::TearDown();
+        }
+    }
+
+    void mountTmpfs(const std::string& options) {
+        ASSERT_EQ(::mount("tmpfs", root_.c_str(), "tmpfs", 0, options.c_str()), 0)
+            << std::strerror(errno);
+        mounted_ = true;
+    }
+
+    // The portal root as it is, bound onto itself read-only.
+    void makeReadOnly() {
+        ASSERT_EQ(::mount(root_.c_str(), root_.c_str(), nullptr, MS_BIND, nullptr), 0)
+            << std::strerror(errno);
+        ASSERT_EQ(
+            ::mount(nullptr, root_.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0)
+            << std::strerror(errno);
+    }
+
+    helion::test::Envelope call(
+        void (corvid::SdpPromoteServiceImpl::*operation)(std::string&, const std::string&),
+        const std::string& request) {
+        (service_.*operation)(result_, request);
+        return parseEnvelope(result_);
+    }
+
+    helion::test::SignedPackage smallPackage() {
+        return helion::test::signedPackage(scratch_, "small.zip",
+                                           {{"index.html", "<html/>"}, {"a.css", "a"}});
+    }
+
+    bool mounted_ = false;
+};
+
+using Service = corvid::SdpPromoteServiceImpl;
+
+TEST_F(FilesystemFaults, AFullDiskTruncatesFilesSilentlyAndFreedSpaceIsUsableAgain) {
+    mountTmpfs("size=256k");
+    const auto big = helion::test::signedPackage(
+        scratch_, "big.zip", {{"big.bin", incompressible(1 << 20)}, {"after.css", "after"}});
+    // Write errors are not reported: the update counts as done with what fitted.
+    EXPECT_EQ(call(&Service::updatePortal, updateRequest(big, "web")).code, 0);
+    EXPECT_LT(fs::file_size(root_ / "web/big.bin"), 1u << 20);
+    EXPECT_TRUE(fs::exists(root_ / "web/after.css"));
+
+    EXPECT_EQ(call(&Service::delPortalDir, helion::test::deleteRequest({"web"})).code, 0);
+    EXPECT_EQ(call(&Service::updatePortal, updateRequest(smallPackage(), "web")).code, 0);
+    EXPECT_EQ(readFile((root_ / "web/index.html").string()), "<html/>");
+    EXPECT_EQ(readFile((root_ / "web/a.css").string()), "a");
+}
+
+TEST_F(FilesystemFaults, NoInodesLeftIsCode9WithTheSystemsText) {
+    mountTmpfs("size=1m,nr_inodes=16");
+    for (int i = 0; i < 16; ++i) {
+        std::ofstream((root_ / ("fill" + std::to_string(i))).string()) << i;
+    }
+    const auto update = call(&Service::updatePortal, updateRequest(smallPackage(), "web"));
+    EXPECT_EQ(update.code, 9);
+    EXPECT_EQ(update.message, "No space left on device");
+    const std::string src = scratch_.write("src/a.css", "a");
+    const auto copy =
+        call(&Service::copyPortalDir, helion::test::copyRequest(scratch_.str() + "/src", "web"));
+    EXPECT_EQ(copy.code, 9);
+    EXPECT_EQ(copy.message, "No space left on device");
+    EXPECT_TRUE(fs::exists(src));
+
+    for (int i = 0; i < 16; ++i) {
+        fs::remove(root_ / ("fill" + std::to_string(i)));
+    }
+    EXPECT_EQ(call(&Service::updatePortal, updateRequest(smallPackage(), "web")).code, 0);
+    EXPECT_EQ(readFile((root_ / "web/a.css").string()), "a");
+}
+
+TEST_F(FilesystemFaults, AReadOnlyPortalRootChangesNothingAndOnlyCreationFailsTheCall) {
+    mountTmpfs("size=1m");
+    plant("web/old.css", "old");
+    makeReadOnly();
+
+    // An existing target cannot be removed or filled; both only log, and the call succeeds.
+    EXPECT_EQ(call(&Service::updatePortal, updateRequest(smallPackage(), "web")).code, 0);
+    EXPECT_TRUE(log_.contains("del file error; Reason: Read-only file system"));
+    EXPECT_TRUE(log_.contains("Failed to create file:"));
+    EXPECT_EQ(readFile((root_ / "web/old.css").string()), "old");
+    EXPECT_FALSE(fs::exists(root_ / "web/index.html"));
+
+    const auto fresh = call(&Service::updatePortal, updateRequest(smallPackage(), "fresh"));
+    EXPECT_EQ(fresh.code, 9);
+    EXPECT_EQ(fresh.message, "Read-only file system");
+
+    const std::string src = scratch_.str() + "/src";
+    scratch_.write("src/a.css", "a");
+    const auto copy = call(&Service::copyPortalDir, helion::test::copyRequest(src, "fresh"));
+    EXPECT_EQ(copy.code, 9);
+    EXPECT_TRUE(fs::exists(src));
+    // Into an existing directory each copy fails alone, and the source is removed all the same.
+    EXPECT_EQ(call(&Service::copyPortalDir, helion::test::copyRequest(src, "web")).code, 0);
+    EXPECT_TRUE(log_.contains("copy file error; Reason: Read-only file system"));
+    EXPECT_FALSE(fs::exists(src));
+
+    EXPECT_EQ(call(&Service::delPortalDir, helion::test::deleteRequest({"web"})).code, 0);
+    EXPECT_EQ(readFile((root_ / "web/old.css").string()), "old");
+
+    ASSERT_EQ(::umount2(root_.c_str(), MNT_DETACH), 0);
+    EXPECT_EQ(call(&Service::updatePortal, updateRequest(smallPackage(), "web")).code, 0);
+    EXPECT_EQ(readFile((root_ / "web/a.css").string()), "a");
+}
+
+}  // namespace
