@@ -77,7 +77,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::make_shared<TMemoryBuffer>(const_cast<uint8_t*>(data), static_cast<uint32_t>(size));
     auto outBuffer = std::make_shared<TMemoryBuffer>();
     // Read with the reference host's string limit, as a real connection is.
-    auto in = std::make_shared<TBinaryProtocol>(inBuffer, helion::host::kMaxRpcStringBytes, 0);
+    auto in = std::make_shared<TBinaryProtocol>(inBuffer, helion::host::kMaxRpcStringBytes, 0,
+                                                false, true);
     auto out = std::make_shared<TBinaryProtocol>(outBuffer);
     try {
         processor->process(in, out, nullptr);
