@@ -198,6 +198,41 @@ def link_portal_root(portal_root, target):
     os.symlink(target, portal_root)
 
 
+# Host log lines that open each phase of an update, and the one that ends the last.
+PHASE_MARKS = (("verify", "updatePortal start"), ("remove", "is exists, will remove"),
+               ("extract", "create dir:"), (None, "updatePortal success"))
+STAMP = re.compile(r"^(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}) ")
+
+
+def phases_from_log(text):
+    """Seconds per phase of every update in the host's log, from the lines' timestamps."""
+    updates, current = [], None
+    for line in text.splitlines():
+        stamp = STAMP.match(line)
+        if not stamp:
+            continue
+        at = datetime.datetime.strptime(stamp.group(1), "%Y-%m-%d %H:%M:%S.%f").timestamp()
+        for index, (_, mark) in enumerate(PHASE_MARKS):
+            if mark in line:
+                if index == 0:
+                    current = {}
+                    updates.append(current)
+                if current is not None:
+                    current[index] = at
+    phases = []
+    for marks in updates:
+        if len(marks) == len(PHASE_MARKS):
+            phases.append({PHASE_MARKS[i][0]: marks[i + 1] - marks[i]
+                           for i in range(len(PHASE_MARKS) - 1)})
+    return phases
+
+
+def median_phases(rounds):
+    if not rounds:
+        return {}
+    return {name: statistics.median(r[name] for r in rounds) for name in rounds[0]}
+
+
 def bench_update(paths, sockets, work, package, signature, rounds):
     socket = os.path.join(sockets, "host.sock")
     host = Server("helion-host",
@@ -208,11 +243,15 @@ def bench_update(paths, sockets, work, package, signature, rounds):
     admin_dir = os.path.join(work, "admin-portal")
     update = [paths["promote"], "--connect", "unix:" + socket, "update-portal", "--zip", package,
               "--sig", signature, "--dir", PORTAL_DIR]
-    # What an administrator scripts by hand: verify, then replace the directory.
-    pipeline = ["sh", "-c",
-                'openssl dgst -sha256 -verify "$1" -signature "$2" "$3" >/dev/null '
-                '&& rm -rf "$4" && unzip -qo "$3" -d "$4"',
-                "pipeline", paths["public_key"], signature, package, admin_dir]
+    # What an administrator scripts by hand: verify, then replace the directory. The steps run
+    # one by one (as "a && b && c" would) so that each is timed.
+    pipeline = [
+        ("verify", ["openssl", "dgst", "-sha256", "-verify", paths["public_key"], "-signature",
+                    signature, package]),
+        ("remove", ["rm", "-rf", admin_dir]),
+        ("extract", ["unzip", "-qo", package, "-d", admin_dir]),
+    ]
+    admin_phases = []
     try:
         host.start()
         rss_start = host.status("VmHWM")
@@ -224,7 +263,9 @@ def bench_update(paths, sockets, work, package, signature, rounds):
             return elapsed
 
         def admin_round():
-            return timed(pipeline)[0]
+            phases = {name: timed(args)[0] for name, args in pipeline}
+            admin_phases.append(phases)
+            return sum(phases.values())
 
         # One unmeasured round each: page cache and first-touch costs land here.
         module_round()
@@ -235,6 +276,7 @@ def bench_update(paths, sockets, work, package, signature, rounds):
             for step in order:
                 (module_times if step is module_round else admin_times).append(step())
         rss_peak = host.status("VmHWM")
+        module_phases = phases_from_log(host.log())[1:]
         same = tree_listing(module_dir) == tree_listing(admin_dir)
     finally:
         host.stop()
@@ -243,6 +285,8 @@ def bench_update(paths, sockets, work, package, signature, rounds):
     return {
         "module_times": module_times,
         "admin_times": admin_times,
+        "module_phases": median_phases(module_phases),
+        "admin_phases": median_phases(admin_phases[1:]),
         "module_median": statistics.median(module_times),
         "admin_median": statistics.median(admin_times),
         "host_hwm_start_kib": rss_start,
@@ -368,6 +412,10 @@ def main():
             u["module_median"], " ".join("%.3f" % t for t in u["module_times"])))
         log("  openssl dgst -verify && rm -rf && unzip     %7.3f s  %s" % (
             u["admin_median"], " ".join("%.3f" % t for t in u["admin_times"])))
+        for name in ("verify", "remove", "extract"):
+            log("    %-8s module %7.3f s   pipeline %7.3f s" % (
+                name, u["module_phases"].get(name, float("nan")),
+                u["admin_phases"].get(name, float("nan"))))
         log("  ratio module/pipeline %.2f (target <= %.1f: %s)" % (
             ratio, TARGET_UPDATE_RATIO, verdict(ratio <= TARGET_UPDATE_RATIO)))
         log("  host peak RSS (VmHWM) %.1f MiB, %.1f MiB before the updates "
