@@ -35,6 +35,11 @@ private:
     friend struct SdpPromoteServiceImplAccess;
 
     void getTrayAppPath(std::string& path);
+    // The portal root and param bound into request; false, with result answered, when either
+    // cannot be had.
+    template <typename Request>
+    bool openPortalRequest(const char* function, std::string& result, const std::string& param,
+                           std::string& root, Request& request);
     bool verifySignature(const std::string& zipPath, const std::string& signPath);
     bool unZipToFile(const std::string& zipPath, const std::string& destDir);
     bool readFileContent(const std::string& path, std::string& out, bool binary);
