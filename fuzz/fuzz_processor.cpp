@@ -4,7 +4,8 @@
 // input); the diagnosis tool is never started. Whatever the bytes, the processor answers with a
 // reply or an exception reply for the caller's name and sequence id, or fails with a Thrift
 // exception, which the host's server takes as a broken connection. Messages are read with the
-// host's string limit; without one the protocol allocates whatever length a message announces.
+// host's string and container limits; without them the protocol allocates whatever length a
+// message announces and multiplies element counts near 2^31.
 #include <thrift/TApplicationException.h>
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/transport/TBufferTransports.h>
@@ -76,9 +77,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     auto inBuffer =
         std::make_shared<TMemoryBuffer>(const_cast<uint8_t*>(data), static_cast<uint32_t>(size));
     auto outBuffer = std::make_shared<TMemoryBuffer>();
-    // Read with the reference host's string limit, as a real connection is.
-    auto in = std::make_shared<TBinaryProtocol>(inBuffer, helion::host::kMaxRpcStringBytes, 0,
-                                                false, true);
+    // Read with the reference host's limits, as a real connection is.
+    auto in = std::make_shared<TBinaryProtocol>(inBuffer, helion::host::kMaxRpcStringBytes,
+                                                helion::host::kMaxRpcContainerItems, false, true);
     auto out = std::make_shared<TBinaryProtocol>(outBuffer);
     try {
         processor->process(in, out, nullptr);

@@ -223,7 +223,8 @@ void RpcServer::start() {
     threads->start();
     server_ = std::make_shared<server::TThreadPoolServer>(
         multiplexer_, socket_, std::make_shared<transport::TBufferedTransportFactory>(),
-        std::make_shared<protocol::TBinaryProtocolFactory>(kMaxRpcStringBytes, 0, false, true),
+        std::make_shared<protocol::TBinaryProtocolFactory>(kMaxRpcStringBytes,
+                                                           kMaxRpcContainerItems, false, true),
         threads);
 
     auto ready = std::make_shared<std::promise<void>>();
