@@ -24,10 +24,6 @@ TEST(ModuleSingleton, EveryCreateInstanceReturnsTheSameObject) {
     EXPECT_EQ(first->modulePriority(), 0);
 }
 
-TEST(ModuleSingleton, StartsWithoutARuntimeContext) {
-    EXPECT_EQ(ModuleInstance::shared().getRuntimeContext(), nullptr);
-}
-
 TEST(ModuleCapacities, IsTheTemplateWithNameAndVersionFilledIn) {
     const std::string expected =
         "\n"
@@ -54,12 +50,6 @@ TEST(ModuleRouters, WithoutRoutesIsAnArrayHoldingOnlyTheTerminator) {
     ASSERT_NE(routes, nullptr);
     EXPECT_EQ(routes[0], nullptr);
     EXPECT_EQ(module->moduleRouters(), routes);
-}
-
-TEST(RouterHelper, WithoutKeysHoldsOnlyTheTerminator) {
-    const corvid::RouterHelper helper({});
-    ASSERT_NE(helper.array(), nullptr);
-    EXPECT_EQ(helper.array()[0], nullptr);
 }
 
 TEST(RouterHelper, KeepsKeysInOrderAndOutlivesTheVectorItWasGiven) {

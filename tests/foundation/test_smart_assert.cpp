@@ -64,6 +64,7 @@ TEST_F(SmartAssert, SetHandlerAddsOrReplacesOneLevel) {
     std::vector<std::string> seen;
     Assert::set_handler(555, [&](const assert_context& ctx) { seen.push_back(ctx.msg); });
     SMART_ASSERT(1 == 2).level(555, "first");
+    SMART_ASSERT(1 == 1).level(555, "a holding expression does nothing");
     EXPECT_EQ(seen, std::vector<std::string>{"first"});
 
     Assert::set_handler(555,
@@ -72,13 +73,6 @@ TEST_F(SmartAssert, SetHandlerAddsOrReplacesOneLevel) {
     EXPECT_EQ(seen, (std::vector<std::string>{"first", "again second"}));
     // Other levels keep their handlers; a new Assert does not reinstall the defaults over it.
     EXPECT_EQ(targetOf(Assert::get_handler(lvl_fatal)), &default_fatal_handler);
-}
-
-TEST_F(SmartAssert, AHoldingExpressionDoesNothing) {
-    bool called = false;
-    Assert::set_handler(556, [&](const assert_context&) { called = true; });
-    SMART_ASSERT(1 == 1).level(556, "never");
-    EXPECT_FALSE(called);
 }
 
 TEST_F(SmartAssert, TheLoggerRunsFirstAndIgnoringSkipsOnlyTheHandler) {
@@ -149,7 +143,6 @@ TEST(SmartAssertText, LevelNamesAreColouredAndOthersNumbered) {
     EXPECT_EQ(get_typeof_level(200), "\033[0;36;59mDebug\033[0;0;0m");
     EXPECT_EQ(get_typeof_level(1000), "\033[0;32;59mFatal\033[0;0;0m");
     EXPECT_EQ(get_typeof_level(42), "(level=42)");
-    EXPECT_EQ(get_typeof_level(-7), "(level=-7)");
 }
 
 TEST(SmartAssertText, TimeHasMillisecondsWithoutLeadingZeros) {
