@@ -195,5 +195,15 @@ def tree(root):
     return files
 
 
+def write_tree(root, files):
+    """Writes {relative path: bytes} below root; returns root."""
+    for relative, content in files.items():
+        path = os.path.join(root, relative)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "wb") as handle:
+            handle.write(content)
+    return root
+
+
 def envelope(code, message):
     return json.dumps({"code": code, "message": message, "data": ""}, separators=(",", ":"))

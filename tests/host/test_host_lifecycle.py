@@ -1,7 +1,6 @@
 """helion-host as a process: lifecycle and identity logging, signals, endpoints, start-up errors,
 events and the HTTP listener."""
 import os
-import re
 import signal
 import socket
 import stat
@@ -21,19 +20,16 @@ class Lifecycle(HostTestCase):
             positions.append(log.index(line))
         self.assertEqual(positions, sorted(positions), log)
 
-    def test_sigterm_unloads_the_module_and_exits_0(self):
-        host = self.start_host()
-        self.assertEqual(promote(host.endpoint, "ping").returncode, 0)
-        self.assertEqual(host.stop(signal.SIGTERM), 0)
-        log = host.log()
-        self.assert_lifecycle_logged_in_order(log)
-        self.assertIn("%s module will load finished" % GUID, log)
-        self.assertFalse(os.path.exists(host.socket), "the socket file outlived the host")
-
-    def test_sigint_does_the_same(self):
-        host = self.start_host()
-        self.assertEqual(host.stop(signal.SIGINT), 0)
-        self.assert_lifecycle_logged_in_order(host.log())
+    def test_sigterm_and_sigint_unload_the_module_and_exit_0(self):
+        for signum in (signal.SIGTERM, signal.SIGINT):
+            with self.subTest(signal=signum):
+                host = self.start_host()
+                self.assertEqual(promote(host.endpoint, "ping").returncode, 0)
+                self.assertEqual(host.stop(signum), 0)
+                log = host.log()
+                self.assert_lifecycle_logged_in_order(log)
+                self.assertIn("%s module will load finished" % GUID, log)
+                self.assertFalse(os.path.exists(host.socket), "the socket file outlived the host")
 
     def test_identity_is_logged_before_loading(self):
         host = self.start_host()
@@ -101,17 +97,15 @@ class StartupErrors(HostTestCase):
         self.assertNotIn("module will load finished", log)
         return log
 
-    def test_missing_module(self):
-        self.failed_start("does not exist", module=os.path.join(self.tmp, "absent.so"))
-
-    def test_file_that_is_not_a_library(self):
-        path = os.path.join(self.tmp, "fake.so")
-        with open(path, "w") as handle:
+    def test_modules_that_cannot_be_driven(self):
+        fake = os.path.join(self.tmp, "fake.so")
+        with open(fake, "w") as handle:
             handle.write("not an ELF file\n")
-        self.failed_start("cannot load module", module=path)
-
-    def test_library_without_entry_points(self):
-        self.failed_start("does not export CreateInstance", module=NOT_A_MODULE)
+        for module, expected in ((os.path.join(self.tmp, "absent.so"), "does not exist"),
+                                 (fake, "cannot load module"),
+                                 (NOT_A_MODULE, "does not export CreateInstance")):
+            with self.subTest(expected):
+                self.failed_start(expected, module=module)
 
     def test_socket_of_a_live_server_is_left_alone(self):
         first = self.start_host()

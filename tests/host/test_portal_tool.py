@@ -7,7 +7,7 @@ import unittest
 import zipfile
 
 from hostfixture import (DEV_PRIVATE_KEY, DEV_PUBLIC_KEY, SAMPLE_PORTAL, SOURCE_DIR, HostTestCase,
-                         portal, tree)
+                         portal, tree, write_tree)
 
 OK, NO, USAGE = 0, 1, 2
 
@@ -70,13 +70,7 @@ class Pack(HostTestCase):
             return package, handle.read()
 
     def make_tree(self, files):
-        root = os.path.join(self.tmp, "tree")
-        for relative, content in files.items():
-            path = os.path.join(root, relative)
-            os.makedirs(os.path.dirname(path), exist_ok=True)
-            with open(path, "wb") as handle:
-                handle.write(content)
-        return root
+        return write_tree(os.path.join(self.tmp, "tree"), files)
 
     def test_same_tree_same_bytes(self):
         root = self.make_tree({"b.txt": b"b", "a/z.css": b"z", "a/y/x.svg": b"x", "A.json": b"{}"})

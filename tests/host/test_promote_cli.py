@@ -1,11 +1,10 @@
 """helion-promote against a running helion-host: every RPC method, its output and exit status."""
 import json
 import os
-import shutil
 import unittest
 
 from hostfixture import (PORTAL_ROOT, PROMOTE, SAMPLE_PORTAL, SharedHostTestCase, envelope,
-                         error_lines, promote, run, tree)
+                         error_lines, promote, run, tree, write_tree)
 
 OK, FAILED, USAGE, UNREACHABLE = 0, 1, 2, 3
 
@@ -65,11 +64,8 @@ class PortalMethods(SharedHostTestCase):
         self.assertEqual(result.returncode, OK, result.stdout + result.stderr)
 
     def test_copy_moves_resource_files_only_and_removes_the_source(self):
-        source = os.path.join(self.work, "unpacked")
-        for relative, content in {"a.css": "a", "b.js": "b", "sub/c.png": "c"}.items():
-            os.makedirs(os.path.dirname(os.path.join(source, relative)), exist_ok=True)
-            with open(os.path.join(source, relative), "w") as handle:
-                handle.write(content)
+        source = write_tree(os.path.join(self.work, "unpacked"),
+                            {"a.css": b"a", "b.js": b"b", "sub/c.png": b"c"})
         name = self.portal_dir("copy")
         result = self.call("copy-portal-dir", "--src", source, "--dir", name)
         self.assertEqual((result.returncode, result.stdout.strip()), (OK, envelope(0, "successful")),
@@ -120,8 +116,6 @@ class ProcessAndToolMethods(SharedHostTestCase):
         result = self.call("processes")
         self.assertEqual((result.returncode, json.loads(result.stdout)),
                          (FAILED, {"code": 12, "message": "not support impl", "processInfo": []}))
-
-    def test_negative_pid_is_invalid(self):
         result = self.call("process", "--", "-1")
         self.assertEqual((result.returncode, json.loads(result.stdout)),
                          (FAILED, {"code": 10, "message": "invalid pid", "processInfo": []}))

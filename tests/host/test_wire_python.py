@@ -6,7 +6,8 @@ import sys
 import threading
 import unittest
 
-from hostfixture import PORTAL_ROOT, PY_GEN_DIR, SAMPLE_PORTAL, SharedHostTestCase, tree
+from hostfixture import (PORTAL_ROOT, PY_GEN_DIR, SAMPLE_PORTAL, SharedHostTestCase, tree,
+                         write_tree)
 
 sys.path.insert(0, PY_GEN_DIR)
 
@@ -51,10 +52,7 @@ class WireContract(SharedHostTestCase):
                          {"code": 0, "message": "successful", "data": ""})
         self.assertEqual(tree(os.path.join(PORTAL_ROOT, name)), tree(SAMPLE_PORTAL))
 
-        source = os.path.join(self.work, "extra")
-        os.makedirs(source)
-        with open(os.path.join(source, "theme.css"), "w") as handle:
-            handle.write("body{}")
+        source = write_tree(os.path.join(self.work, "extra"), {"theme.css": b"body{}"})
         param = '{"srcDir":"%s","portalDir":"%s"}' % (source, name)
         self.assertEqual(envelope(self.client.service.copyPortalDir(param))["code"], 0)
         self.assertTrue(os.path.isfile(os.path.join(PORTAL_ROOT, name, "theme.css")))
