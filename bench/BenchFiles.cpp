@@ -91,18 +91,22 @@ std::uint64_t writePortalTree(const std::string& dir, std::uint64_t totalBytes, 
     const unsigned textFiles = files - binaryFiles;
     const std::uint64_t binaryAverage = totalBytes * 2 / 5 / (binaryFiles ? binaryFiles : 1);
     const std::uint64_t textAverage = totalBytes * 3 / 5 / (textFiles ? textFiles : 1);
+    // About twenty files a directory, as in a real bundle, in directories one to four deep.
+    std::vector<std::string> dirs(files / 20 + 1);
+    for (auto& rel : dirs) {
+        const unsigned depth = 1 + static_cast<unsigned>(rng() % 4);
+        for (unsigned d = 0; d < depth; ++d) {
+            rel += dirNames[rng() % (sizeof dirNames / sizeof *dirNames)];
+            rel += std::to_string(rng() % 3) + "/";
+        }
+    }
     std::uint64_t written = 0;
     for (unsigned i = 0; i < files; ++i) {
         const bool binary = i % 4 == 3;
         const std::uint64_t average = binary ? binaryAverage : textAverage;
         // Sizes spread between a tenth and nearly twice the average.
         const std::uint64_t size = average / 10 + rng() % (average * 18 / 10 + 1);
-        std::string rel;
-        const unsigned depth = 1 + static_cast<unsigned>(rng() % 4);
-        for (unsigned d = 0; d < depth; ++d) {
-            rel += dirNames[rng() % (sizeof dirNames / sizeof *dirNames)];
-            rel += std::to_string(rng() % 3) + "/";
-        }
+        std::string rel = dirs[rng() % dirs.size()];
         const std::string ext = binary ? binaryKinds[rng() % 4] : textKinds[rng() % 4];
         rel += "f" + std::to_string(i) + "." + ext;
         writeAll(dir + "/" + rel, binary ? randomBytes(rng, size) : textAsset(rng, size, ext));

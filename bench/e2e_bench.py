@@ -67,12 +67,15 @@ def write_tree(root, total_bytes, files, seed):
     text_files = files - binary_files
     binary_avg = total_bytes * 2 // 5 // max(binary_files, 1)
     text_avg = total_bytes * 3 // 5 // max(text_files, 1)
+    # About twenty files a directory, as in a real bundle, in directories one to four deep.
+    dirs = [[rng.choice(DIR_NAMES) + str(rng.randrange(3)) for _ in range(rng.randint(1, 4))]
+            for _ in range(max(files // 20, 1))]
     written = 0
     for i in range(files):
         binary = i % 4 == 3
         avg = binary_avg if binary else text_avg
         size = avg // 10 + rng.randrange(avg * 18 // 10 + 1)
-        parts = [rng.choice(DIR_NAMES) + str(rng.randrange(3)) for _ in range(rng.randint(1, 4))]
+        parts = rng.choice(dirs)
         kind = rng.choice(BINARY_KINDS if binary else TEXT_KINDS)
         path = os.path.join(root, *parts, "f%d.%s" % (i, kind))
         os.makedirs(os.path.dirname(path), exist_ok=True)
@@ -99,7 +102,7 @@ def make_package(paths, work, mib, files, seed):
     package = os.path.join(work, "portal.zip")
     signature = package + ".sig"
     marker = os.path.join(work, "package.json")
-    wanted = {"mib": mib, "files": files, "seed": seed}
+    wanted = {"mib": mib, "files": files, "seed": seed, "layout": 2}
     try:
         with open(marker) as found:
             if json.load(found) == wanted and os.path.exists(signature):
@@ -154,6 +157,12 @@ class Server:
                 if line.startswith(field + ":"):
                     return int(line.split()[1])
         raise RuntimeError("no %s for %s" % (field, self.name))
+
+    def cpu_seconds(self):
+        """User and system time the server has used so far."""
+        with open("/proc/%d/stat" % self.process.pid) as found:
+            fields = found.read().rsplit(")", 1)[1].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
     def stop(self):
         if self.process is None or self.process.poll() is not None:
@@ -295,10 +304,15 @@ def bench_update(paths, sockets, work, package, signature, rounds):
     }
 
 
-def load(paths, socket, clients, seconds):
+def load(paths, server, socket, clients, seconds):
+    """Calls per second, and the server's CPU microseconds per call: on a busy machine the rate
+    follows the scheduler, the CPU cost follows the code."""
+    cpu_before = server.cpu_seconds()
     result = checked([paths["rpc_load"], "--connect", "unix:" + socket, "--clients", str(clients),
                       "--seconds", str(seconds)])
-    return json.loads(result.stdout)["calls_per_second"]
+    cpu = server.cpu_seconds() - cpu_before
+    figures = json.loads(result.stdout)
+    return figures["calls_per_second"], cpu * 1e6 / max(figures["calls"], 1)
 
 
 def bench_rpc(paths, work, seconds, rounds, workers):
@@ -317,14 +331,19 @@ def bench_rpc(paths, work, seconds, rounds, workers):
         host.start()
         bare.start()
         for clients in (1, 8):
-            host_rates, bare_rates = [], []
+            host_rates, bare_rates, host_cpu, bare_cpu = [], [], [], []
             for i in range(rounds):
-                pairs = [(host_socket, host_rates), (bare_socket, bare_rates)]
-                for socket, rates in (pairs if i % 2 == 0 else pairs[::-1]):
-                    rates.append(load(paths, socket, clients, seconds))
+                pairs = [(host, host_socket, host_rates, host_cpu),
+                         (bare, bare_socket, bare_rates, bare_cpu)]
+                for server, socket, rates, cpu in (pairs if i % 2 == 0 else pairs[::-1]):
+                    rate, cost = load(paths, server, socket, clients, seconds)
+                    rates.append(rate)
+                    cpu.append(cost)
             figures[clients] = {
                 "host": statistics.median(host_rates),
                 "bare": statistics.median(bare_rates),
+                "host_cpu_us_per_call": statistics.median(host_cpu),
+                "bare_cpu_us_per_call": statistics.median(bare_cpu),
                 "host_rounds": host_rates,
                 "bare_rounds": bare_rates,
             }
@@ -348,7 +367,7 @@ def main():
     parser.add_argument("--files", type=int, default=4000)
     parser.add_argument("--seed", type=int, default=2216)
     parser.add_argument("--rpc-seconds", type=float, default=2.0)
-    parser.add_argument("--rpc-rounds", type=int, default=3)
+    parser.add_argument("--rpc-rounds", type=int, default=5)
     parser.add_argument("--workers", type=int, default=8, help="worker pool of both servers")
     parser.add_argument("--tmpfs", action="store_true",
                         help="extract on tmpfs (the portal root becomes a link there), so that "
@@ -432,6 +451,8 @@ def main():
             log("  %d client%s: helion-host %8.0f  bare %8.0f  ratio %.2f (target >= %.1f: %s)" % (
                 clients, "" if clients == 1 else "s", r["host"], r["bare"], r["ratio"],
                 TARGET_RPC_RATIO, verdict(r["ratio"] >= TARGET_RPC_RATIO)))
+            log("             server CPU per call: helion-host %.1f us  bare %.1f us" % (
+                r["host_cpu_us_per_call"], r["bare_cpu_us_per_call"]))
     if options.json:
         with open(options.json, "w") as out:
             json.dump(figures, out, indent=2)
