@@ -85,4 +85,25 @@ TEST_F(SignatureCheck, MissingFilesFailBeforeAnyCheck) {
     EXPECT_EQ(out, binary);
 }
 
+// The read is sized from the file's status; what the status does not tell must still be read.
+TEST_F(SignatureCheck, WholeFilesAreReadWhateverSizeTheyReport) {
+    std::string out = "stale";
+    EXPECT_TRUE(corvid::SdpPromoteServiceImplAccess::readFileContent(service_,
+                                                                     dir_.write("empty", ""), out));
+    EXPECT_EQ(out, "");
+
+    std::string large(300 * 1024 + 7, '\0');
+    for (std::size_t i = 0; i < large.size(); ++i) {
+        large[i] = static_cast<char>(i * 131 % 251);
+    }
+    EXPECT_TRUE(corvid::SdpPromoteServiceImplAccess::readFileContent(
+        service_, dir_.write("large", large), out));
+    EXPECT_EQ(out, large);
+
+    // Reports a size of zero, holds text.
+    EXPECT_TRUE(
+        corvid::SdpPromoteServiceImplAccess::readFileContent(service_, "/proc/self/status", out));
+    EXPECT_EQ(out.compare(0, 5, "Name:"), 0);
+}
+
 }  // namespace
