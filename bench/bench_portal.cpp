@@ -7,21 +7,8 @@
 
 #include "SdpPromote/SdpPromoteServiceImpl.h"
 #include "bench/BenchFiles.h"
+#include "tests/support/ServiceAccess.h"
 #include "tools/lib/PackageWriter.h"
-
-namespace corvid {
-// The service's private helpers, reached the way its own tests reach them.
-struct SdpPromoteServiceImplAccess {
-    static bool verifySignature(SdpPromoteServiceImpl& s, const std::string& zip,
-                                const std::string& sig) {
-        return s.verifySignature(zip, sig);
-    }
-    static bool unZipToFile(SdpPromoteServiceImpl& s, const std::string& zip,
-                            const std::string& dest) {
-        return s.unZipToFile(zip, dest);
-    }
-};
-}  // namespace corvid
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "SdpPromote/SdpPromoteServiceImpl.h"
-#include "fuzz/FuzzAccess.h"
+#include "tests/support/ServiceAccess.h"
 #include "fuzz/FuzzSupport.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // copyPortalDir: which files move in, what happens to the source, and the failure envelopes.
 #include <gtest/gtest.h>
 
-#include "portal/PortalAccess.h"
+#include "support/ServiceAccess.h"
 #include "portal/PortalFixture.h"
 
 namespace {

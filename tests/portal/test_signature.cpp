@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "portal/PackageKit.h"
-#include "portal/PortalAccess.h"
+#include "support/ServiceAccess.h"
 #include "support/TestSupport.h"
 
 namespace {

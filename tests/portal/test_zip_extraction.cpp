@@ -4,7 +4,7 @@
 #include <boost/filesystem.hpp>
 
 #include "portal/PackageKit.h"
-#include "portal/PortalAccess.h"
+#include "support/ServiceAccess.h"
 #include "support/TestSupport.h"
 
 namespace {

@@ -1,5 +1,6 @@
 #pragma once
-// Reaches the service's private helpers from the portal tests.
+// Reaches the service's private helpers from tests, benchmarks and fuzz targets: one definition,
+// since a program that links several of them may hold only one.
 
 #include "SdpPromote/SdpPromoteServiceImpl.h"
 
