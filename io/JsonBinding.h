@@ -10,8 +10,9 @@
 
 namespace io {
 
-/// Metadata key that keeps a property out of to_json.
-inline constexpr const char* kNoSerialize = "NO_SERIALIZE";
+/// Metadata key that keeps a property out of to_json. A string object, not a character pointer:
+/// RTTR compares metadata keys as values, and two copies of one literal need not share an address.
+inline const std::string kNoSerialize = "NO_SERIALIZE";
 
 /// Binds json into obj. False on a parse error (silently) or an exception (reported on stderr);
 /// values that do not fit their property are skipped and still count as success.
