@@ -20,6 +20,40 @@ function(helion_check_public_key file)
     endif()
 endfunction()
 
+# Warns when FILE is the development key (compared by content, wherever the file lives), and
+# fails a packaging build then unless HELION_ALLOW_DEV_KEY is on. Writes the key's fingerprint,
+# SHA-256 of its DER SubjectPublicKeyInfo in lowercase hex and a newline, to FINGERPRINT_FILE.
+function(helion_check_deployment_key file fingerprint_file)
+    file(SHA256 "${file}" key_hash)
+    file(SHA256 "${PROJECT_SOURCE_DIR}/keys/dev-portal-public.pem" dev_key_hash)
+    if(key_hash STREQUAL dev_key_hash)
+        string(CONCAT what "HELION_PORTAL_PUBLIC_KEY is the development key (keys/dev-portal-public.pem). "
+                 "Its private half is public in this repository, so anyone can sign portal "
+                 "packages that this module accepts. Build deployments with "
+                 "-DHELION_PORTAL_PUBLIC_KEY=<your portal-public.pem>.")
+        if(HELION_PACKAGING AND NOT HELION_ALLOW_DEV_KEY)
+            message(FATAL_ERROR "${what} Packages with it are refused unless "
+                                "-DHELION_ALLOW_DEV_KEY=ON says they are throw-away.")
+        endif()
+        message(WARNING "${what}")
+    endif()
+
+    find_program(HELION_OPENSSL openssl)
+    if(NOT HELION_OPENSSL)
+        message(FATAL_ERROR "the openssl command is needed to fingerprint the portal key "
+                            "(scripts/install-deps.sh installs it)")
+    endif()
+    set(der "${CMAKE_CURRENT_BINARY_DIR}/portal-public.der")
+    execute_process(COMMAND "${HELION_OPENSSL}" pkey -pubin -in "${file}" -outform DER -out "${der}"
+        RESULT_VARIABLE result ERROR_VARIABLE error)
+    if(NOT result EQUAL 0)
+        message(FATAL_ERROR "openssl cannot read '${file}': ${error}")
+    endif()
+    file(SHA256 "${der}" fingerprint)
+    file(REMOVE "${der}")
+    file(WRITE "${fingerprint_file}" "${fingerprint}\n")
+endfunction()
+
 function(helion_build_constants target)
     cmake_parse_arguments(ARG "" "RESOURCES_DIR;PUBLIC_KEY" "" ${ARGN})
     helion_check_public_key("${ARG_PUBLIC_KEY}")
