@@ -78,23 +78,24 @@ RTTR_REGISTRATION {
 
 namespace {
 
-std::string kindFor(const std::string& value) {
-    Sample sample;
-    sample.kind.name = "untouched";
-    EXPECT_TRUE(io::from_json(R"({"kind":)" + value + "}", sample)) << value;
-    return sample.kind.name;
-}
-
 TEST(JsonBindingRead, NumberKindsFollowTheTieBreakOrder) {
-    EXPECT_EQ(kindFor("7"), "int");
-    EXPECT_EQ(kindFor("3.0"), "double");
-    EXPECT_EQ(kindFor("1e2"), "double");
-    EXPECT_EQ(kindFor("3000000000"), "unsigned int");
-    EXPECT_EQ(kindFor("-3000000000"), "int64_t");
-    EXPECT_EQ(kindFor("10000000000000000000"), "uint64_t");
-    EXPECT_EQ(kindFor("true"), "bool");
-    EXPECT_EQ(kindFor(R"("7")"), "string");
-    EXPECT_EQ(kindFor("null"), "untouched");
+    const std::pair<const char*, const char*> cases[] = {
+        {"7", "int"},
+        {"3.0", "double"},
+        {"1e2", "double"},
+        {"true", "bool"},
+        {R"("7")", "string"},
+        {"null", "untouched"},
+        {"3000000000", "unsigned int"},
+        {"-3000000000", "int64_t"},
+        {"10000000000000000000", "uint64_t"},
+    };
+    for (const auto& [json, kind] : cases) {
+        Sample sample;
+        sample.kind.name = "untouched";
+        EXPECT_TRUE(io::from_json(R"({"kind":)" + std::string(json) + "}", sample)) << json;
+        EXPECT_EQ(sample.kind.name, kind) << json;
+    }
 }
 
 TEST(JsonBindingRead, ValuesConvertOrLeaveThePropertyAlone) {

@@ -14,67 +14,45 @@ namespace {
 using corvid::process::macos::details::cmdPopen;
 using helion::test::LogCapture;
 
-class CmdPopen : public ::testing::Test {
-protected:
-    std::size_t errorLines() const {
-        std::size_t count = 0;
-        for (const auto& line : log_.lines()) {
-            count += line.level >= spdlog::level::warn ? 1 : 0;
-        }
-        return count;
-    }
-
-    LogCapture log_;
-};
-
-TEST_F(CmdPopen, SilentSuccessLeavesOutputAndLogsOnlyTheCommand) {
-    std::string out = "kept";
-    EXPECT_TRUE(cmdPopen("true", out));
-    EXPECT_EQ(out, "kept");
-    const auto lines = log_.lines();
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0].level, spdlog::level::debug);
-    EXPECT_NE(lines[0].text.find("[HelionPromote:ExecuteCmd:"), std::string::npos);
-    EXPECT_NE(lines[0].text.find("]: ExecuteCmd cmd : true"), std::string::npos);
-}
-
-TEST_F(CmdPopen, LongLinesAndUnterminatedTailArriveWholeAndInOrder) {
-    // 3000 characters need three reads of at most 1023; each piece must land after the last.
-    std::string expected;
+TEST(CmdPopen, OutputIsAppendedAndTheStatusJudged) {
+    // 3000 characters need several reads of at most 1023; each piece must land after the last.
+    std::string longLine;
     for (int i = 0; i < 3000; ++i) {
-        expected += static_cast<char>('a' + i % 26);
+        longLine += static_cast<char>('a' + i % 26);
     }
-    expected += "\nshort\n1023-boundary";
-    const std::string cmd =
-        "awk 'BEGIN { s = \"\"; for (i = 0; i < 3000; i++) "
-        "s = s sprintf(\"%c\", 97 + i % 26); print s }'; "
-        "echo short; printf 1023-boundary";
-    std::string out;
-    EXPECT_TRUE(cmdPopen(cmd, out));
-    EXPECT_EQ(out, expected);
-    // A second call appends to what the first left.
-    EXPECT_TRUE(cmdPopen("printf two", out));
-    EXPECT_EQ(out, expected + "two");
-}
-
-TEST_F(CmdPopen, NonZeroExitFailsWithTheExitCodeLogged) {
-    std::string out;
-    EXPECT_FALSE(cmdPopen("echo partial; exit 3", out));
-    // Output read before the failure is still handed back.
-    EXPECT_EQ(out, "partial\n");
-    const auto lines = log_.matching("pclose(fp) fail");
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0].level, spdlog::level::err);
-    EXPECT_NE(lines[0].text.find("pclose(fp) fail, cmd:echo partial; exit 3; Reason: "
-                                 "WIFEXITED(768):true,WEXITSTATUS(768):3"),
-              std::string::npos);
-}
-
-TEST_F(CmdPopen, DeathBySignalFailsAndIsNotANormalExit) {
-    std::string out;
-    EXPECT_FALSE(cmdPopen("kill -9 $$", out));
-    EXPECT_TRUE(log_.contains("; Reason: WIFEXITED(9):false,WEXITSTATUS(9):0"));
-    EXPECT_EQ(errorLines(), 1u);
+    const struct {
+        std::string cmd;
+        bool result;
+        std::string out;      // appended to "kept"
+        std::string failure;  // the error line after "]: ", if any
+    } cases[] = {
+        {"true", true, "", ""},
+        {"awk 'BEGIN { for (i = 0; i < 3000; i++) printf \"%c\", 97 + i % 26; print \"\" }'; "
+         "echo short; printf tail",
+         true, longLine + "\nshort\ntail", ""},
+        // Output read before a failure is still handed back.
+        {"echo partial; exit 3", false, "partial\n",
+         "pclose(fp) fail, cmd:echo partial; exit 3; Reason: WIFEXITED(768):true,"
+         "WEXITSTATUS(768):3"},
+        {"kill -9 $$", false, "",
+         "pclose(fp) fail, cmd:kill -9 $$; Reason: WIFEXITED(9):false,WEXITSTATUS(9):0"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.cmd);
+        LogCapture log;
+        std::string out = "kept";
+        EXPECT_EQ(cmdPopen(c.cmd, out), c.result);
+        EXPECT_EQ(out, "kept" + c.out);
+        const auto lines = log.lines();
+        ASSERT_EQ(lines.size(), c.failure.empty() ? 1u : 2u);
+        EXPECT_EQ(lines[0].level, spdlog::level::debug);
+        EXPECT_NE(lines[0].text.find("[HelionPromote:ExecuteCmd:"), std::string::npos);
+        EXPECT_NE(lines[0].text.find("]: ExecuteCmd cmd : " + c.cmd), std::string::npos);
+        if (!c.failure.empty()) {
+            EXPECT_EQ(lines[1].level, spdlog::level::err);
+            EXPECT_EQ(lines[1].text.substr(lines[1].text.find("]: ") + 3), c.failure);
+        }
+    }
 }
 
 // The failure paths below change process-wide state, so they run in a forked child that
@@ -85,8 +63,9 @@ TEST_F(CmdPopen, DeathBySignalFailsAndIsNotANormalExit) {
     setrlimit(RLIMIT_NOFILE, &none);
     std::string out = "kept";
     const bool result = cmdPopen("echo unseen", out);
-    const bool logged =
-        log.contains("popen(cmd) fail,cmd:echo unseen; Reason: errorno:24,msg:Too many open files");
+    const bool logged = log.contains(
+        "]: popen(cmd) fail,cmd:echo unseen; Reason: errorno:24,msg:Too many open "
+        "files");
     std::_Exit(result && out == "kept" && logged ? 0 : 1);
 }
 
@@ -97,15 +76,12 @@ TEST_F(CmdPopen, DeathBySignalFailsAndIsNotANormalExit) {
     std::string out;
     const bool result = cmdPopen("echo gone", out);
     const bool logged =
-        log.contains("pclose(fp) fail, cmd:echo gone，; Reason: pclose exec failed");
+        log.contains("]: pclose(fp) fail, cmd:echo gone，; Reason: pclose exec failed");
     std::_Exit(!result && out == "gone\n" && logged ? 0 : 1);
 }
 
-TEST(CmdPopenDeathTest, UnopenablePipeCountsAsSuccessAndLeavesOutput) {
+TEST(CmdPopenDeathTest, UnopenablePipeSucceedsAndLostChildStatusFails) {
     EXPECT_EXIT(popenWithoutFileDescriptors(), ::testing::ExitedWithCode(0), "");
-}
-
-TEST(CmdPopenDeathTest, LostChildStatusFailsWithThePcloseText) {
     EXPECT_EXIT(pcloseWithoutChildStatus(), ::testing::ExitedWithCode(0), "");
 }
 
