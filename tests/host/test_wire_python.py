@@ -34,8 +34,7 @@ class Client:
         self.transport.close()
 
 
-def envelope(text):
-    return json.loads(text)
+SUCCESS = {"code": 0, "message": "successful", "data": ""}
 
 
 class WireContract(SharedHostTestCase):
@@ -43,63 +42,52 @@ class WireContract(SharedHostTestCase):
         super().setUp()
         self.client = Client(self.host.socket)
         self.addCleanup(self.client.close)
+        self.service = self.client.service
 
     def test_portal_methods_exchange_envelopes(self):
         package, signature = self.signed_sample()
         name = self.portal_dir("wire")
         param = '{"srcZip":"%s","portalDir":"%s","signFile":"%s"}' % (package, name, signature)
-        self.assertEqual(envelope(self.client.service.updatePortal(param)),
-                         {"code": 0, "message": "successful", "data": ""})
+        self.assertEqual(json.loads(self.service.updatePortal(param)), SUCCESS)
         self.assertEqual(tree(os.path.join(PORTAL_ROOT, name)), tree(SAMPLE_PORTAL))
-
         source = write_tree(os.path.join(self.work, "extra"), {"theme.css": b"body{}"})
         param = '{"srcDir":"%s","portalDir":"%s"}' % (source, name)
-        self.assertEqual(envelope(self.client.service.copyPortalDir(param))["code"], 0)
+        self.assertEqual(json.loads(self.service.copyPortalDir(param)), SUCCESS)
         self.assertTrue(os.path.isfile(os.path.join(PORTAL_ROOT, name, "theme.css")))
-
-        self.assertEqual(envelope(self.client.service.delPortalDir('{"portalDirs":["%s"]}' % name)),
-                         {"code": 0, "message": "successful", "data": ""})
+        self.assertEqual(json.loads(self.service.delPortalDir('{"portalDirs":["%s"]}' % name)),
+                         SUCCESS)
         self.assertFalse(os.path.exists(os.path.join(PORTAL_ROOT, name)))
-
-        self.assertEqual(envelope(self.client.service.updatePortal("")),
+        self.assertEqual(json.loads(self.service.updatePortal("")),
                          {"code": 3, "message": "req json error", "data": ""})
 
-    def test_process_data_structs(self):
-        single = self.client.service.getProcessData(1)
-        self.assertEqual((single.code, single.message), (12, "not support impl"))
-        self.assertEqual([(p.pid, p.procName, p.procPath) for p in single.processInfo], [(0, "", "")])
-
-        invalid = self.client.service.getProcessData(-1)
-        self.assertEqual((invalid.code, invalid.message, invalid.processInfo),
-                         (10, "invalid pid", []))
-
+    def test_process_data_and_boolean_methods(self):
         # i64 on the wire: a pid beyond 32 bits must arrive whole, not wrapped negative.
-        self.assertEqual(self.client.service.getProcessData(2**40).code, 12)
+        for pid, expected in ((1, (12, "not support impl", [(0, "", "")])),
+                              (2**40, (12, "not support impl", [(0, "", "")])),
+                              (-1, (10, "invalid pid", [])), (None, (12, "not support impl", []))):
+            data = (self.service.getAllProcessData() if pid is None
+                    else self.service.getProcessData(pid))
+            self.assertEqual((data.code, data.message,
+                              [(p.pid, p.procName, p.procPath) for p in data.processInfo]),
+                             expected)
+        for method in (self.service.IsRpcStatusNormal, self.service.StartDiagnosisTool,
+                       self.service.reLaunchTool):
+            self.assertIs(method(), True)
 
-        every = self.client.service.getAllProcessData()
-        self.assertEqual((every.code, every.message, every.processInfo), (12, "not support impl", []))
-
-    def test_boolean_methods(self):
-        self.assertIs(self.client.service.IsRpcStatusNormal(), True)
-        self.assertIs(self.client.service.StartDiagnosisTool(), True)
-        self.assertIs(self.client.service.reLaunchTool(), True)
-
-    def test_unknown_method_is_an_exception_reply_and_the_connection_survives(self):
+    def test_unknown_method_or_service_is_refused_and_the_connection_survives(self):
         protocol = self.client.protocol
         protocol.writeMessageBegin("foo", TMessageType.CALL, 7)
         SdpPromoteService.IsRpcStatusNormal_args().write(protocol)
         protocol.writeMessageEnd()
         protocol.trans.flush()
-        name, kind, seqid = protocol.readMessageBegin()
+        _, kind, seqid = protocol.readMessageBegin()
         error = TApplicationException()
         error.read(protocol)
         protocol.readMessageEnd()
-        self.assertEqual((kind, seqid, error.type), (TMessageType.EXCEPTION, 7,
-                                                     TApplicationException.UNKNOWN_METHOD))
-        self.assertEqual(error.message, "Invalid method name: 'foo'")
-        self.assertTrue(self.client.service.IsRpcStatusNormal())
-
-    def test_unknown_service_name_is_refused(self):
+        self.assertEqual((kind, seqid, error.type, error.message),
+                         (TMessageType.EXCEPTION, 7, TApplicationException.UNKNOWN_METHOD,
+                          "Invalid method name: 'foo'"))
+        self.assertTrue(self.service.IsRpcStatusNormal())
         stranger = Client(self.host.socket, service="NoSuchService")
         self.addCleanup(stranger.close)
         with self.assertRaises(TApplicationException):
@@ -111,18 +99,15 @@ class WorkerPool(SharedHostTestCase):
 
     def test_more_clients_than_workers_are_all_served(self):
         results = []
-        lock = threading.Lock()
 
         def worker():
             client = Client(self.host.socket)
             try:
-                answers = [client.service.IsRpcStatusNormal() for _ in range(5)]
+                results.extend(client.service.IsRpcStatusNormal() for _ in range(5))
             finally:
                 client.close()
-            with lock:
-                results.extend(answers)
 
-        threads = [threading.Thread(target=worker) for _ in range(6)]
+        threads = [threading.Thread(target=worker, daemon=True) for _ in range(6)]
         for thread in threads:
             thread.start()
         for thread in threads:
