@@ -17,7 +17,8 @@
 #   --only REGEX     run only the sampled mutants whose "file:line kind" matches
 #
 # Sources are restored byte for byte after each mutant, on Ctrl-C too; a run killed harder leaves
-# BUILD/mutant-backup, which the next run restores first.
+# BUILD/mutant-backup, which the next run restores first. One run per tree at a time: run it in a
+# worktree of its own, never in a tree others are building.
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 exec /usr/bin/python3 - "$here" "$@" <<'EOF'
@@ -199,8 +200,6 @@ def ctest(labels, excluded, log, extra=()):
 
 
 def main():
-    os.makedirs(build, exist_ok=True)
-    restore_backup()
     mutants = sample()
     if args.only:
         mutants = [m for m in mutants if re.search(args.only, describe(m))]
@@ -209,6 +208,8 @@ def main():
             print(describe(m))
         return 0
 
+    os.makedirs(build, exist_ok=True)
+    restore_backup()
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(130))
     configure = ["cmake", "-S", tree, "-B", build, "-DCMAKE_BUILD_TYPE=Release",
                  "-DHELION_WARNINGS_AS_ERRORS=OFF", "-DHELION_BUILD_BENCH=OFF",
@@ -265,8 +266,8 @@ def main():
 try:
     sys.exit(main())
 except KeyboardInterrupt:
-    restore_backup()
     sys.exit(130)
 finally:
-    restore_backup()
+    if not args.list:
+        restore_backup()
 EOF
