@@ -12,7 +12,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 
-budget=(-runs=20000)
+budget=(-runs="${HELION_FUZZ_RUNS:-20000}")  # HELION_FUZZ_RUNS: a shorter smoke run
 if [ "${1:-}" = "--time" ]; then
     budget=(-max_total_time="$2")
     shift 2
