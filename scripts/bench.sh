@@ -6,6 +6,8 @@
 #   scripts/bench.sh --e2e-only -- --rounds 3
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# The comment block above, without its marks, is the help text.
+usage() { sed -n '2,/^[^#]/{/^#/s/^# \{0,1\}//p}' "$0"; }
 
 build="${HELION_BENCH_BUILD_DIR:-$PWD/build/bench}"
 jobs="${HELION_BENCH_JOBS:-2}"
@@ -16,7 +18,8 @@ while [ $# -gt 0 ]; do
         --micro-only) e2e=0 ;;
         --e2e-only) micro=0 ;;
         --) shift; break ;;
-        *) echo "usage: $0 [--micro-only|--e2e-only] [-- e2e options]" >&2; exit 2 ;;
+        -h | --help) usage; exit 0 ;;
+        *) echo "bench.sh: unknown argument '$1'" >&2; usage >&2; exit 2 ;;
     esac
     shift
 done

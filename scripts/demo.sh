@@ -1,7 +1,17 @@
 #!/usr/bin/env bash
 # The main job end to end: build, start the host, install a signed portal, watch a tampered
 # package be refused, stop the host. Exits non-zero if any step does not go as shown.
+#
+#   scripts/demo.sh       (no arguments; HELION_DEMO_BUILD_DIR picks the build directory)
 set -euo pipefail
+# The comment block above, without its marks, is the help text.
+usage() { sed -n '2,/^[^#]/{/^#/s/^# \{0,1\}//p}' "$0"; }
+
+case "${1:-}" in
+    "") ;;
+    -h | --help) usage; exit 0 ;;
+    *) echo "demo.sh: unknown argument '$1'" >&2; usage >&2; exit 2 ;;
+esac
 
 repo="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build="${HELION_DEMO_BUILD_DIR:-$repo/build/demo}"

@@ -11,19 +11,35 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
+# The comment block above, without its marks, is the help text.
+usage() { sed -n '2,/^[^#]/{/^#/s/^# \{0,1\}//p}' "$0"; }
+
+all_targets=(fuzz_json_checker fuzz_http_router fuzz_from_json fuzz_signature fuzz_unzip
+    fuzz_processor)
 
 budget=(-runs="${HELION_FUZZ_RUNS:-20000}")  # HELION_FUZZ_RUNS: a shorter smoke run
-if [ "${1:-}" = "--time" ]; then
-    budget=(-max_total_time="$2")
-    shift 2
-fi
+targets=()
+while [ $# -gt 0 ]; do
+    case "$1" in
+        --time)
+            [[ "${2:-}" =~ ^[1-9][0-9]*$ ]] ||
+                { echo "fuzz.sh: --time needs a number of seconds" >&2; exit 2; }
+            budget=(-max_total_time="$2")
+            shift
+            ;;
+        -h | --help) usage; exit 0 ;;
+        *)
+            [[ " ${all_targets[*]} " == *" $1 "* ]] ||
+                { echo "fuzz.sh: unknown argument '$1' (targets: ${all_targets[*]})" >&2; exit 2; }
+            targets+=("$1")
+            ;;
+    esac
+    shift
+done
 # Some kept regressions are large (deep nesting); mutating inputs that long would slow every
 # target to a crawl, and the suite replays them whole anyway.
 budget+=(-max_len=8192)
 
-all_targets=(fuzz_json_checker fuzz_http_router fuzz_from_json fuzz_signature fuzz_unzip
-    fuzz_processor)
-targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=("${all_targets[@]}")
 
 scripts/install-deps.sh

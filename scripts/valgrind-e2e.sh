@@ -10,8 +10,19 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
+# The comment block above, without its marks, is the help text.
+usage() { sed -n '2,/^[^#]/{/^#/s/^# \{0,1\}//p}' "$0"; }
 
-tests=${1:-'^(host\.test_wire_python|host\.test_promote_cli|faults\.host)$'}
+tests='^(host\.test_wire_python|host\.test_promote_cli|faults\.host)$'
+case "${1:-}" in
+    -h | --help) usage; exit 0 ;;
+    -*) echo "valgrind-e2e.sh: unknown argument '$1'" >&2; usage >&2; exit 2 ;;
+    ?*) tests=$1 ;;
+esac
+if [ $# -gt 1 ]; then
+    echo "valgrind-e2e.sh: one CTEST_REGEX at most" >&2
+    exit 2
+fi
 
 build=${HELION_BUILD_DIR:-}
 if [ -z "$build" ]; then
