@@ -21,9 +21,85 @@ std::string colour(const char* text, int index) {
     return utl::GetColoredString(text, index);
 }
 
-HandlerFn targetOf(const assert_func& handler) {
-    const HandlerFn* fn = handler.target<HandlerFn>();
-    return fn != nullptr ? *fn : nullptr;
+class SmartAssert : public ::testing::Test {
+protected:
+    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+    void TearDown() override {
+        Assert::set_logger(default_logger);
+        Assert::set_log_stream(nullptr);
+    }
+};
+
+TEST_F(SmartAssert, HandlersByLevelLoggerFirstAndIgnoring) {
+    const std::pair<int, HandlerFn> defaults[] = {
+        {lvl_log, &default_log_handler},     {lvl_warn, &default_warn_handler},
+        {lvl_error, &default_error_handler}, {lvl_fatal, &default_fatal_handler},
+        {200, &default_debug_handler},       {150, &default_debug_handler},
+        {-1, &default_debug_handler},        {1001, &default_debug_handler}};
+    for (const auto& [level, handler] : defaults) {
+        const HandlerFn* target = Assert::get_handler(level).target<HandlerFn>();
+        ASSERT_NE(target, nullptr) << level;
+        EXPECT_EQ(*target, handler) << level;
+    }
+
+    std::vector<std::string> seen;
+    assert_context last;
+    Assert::set_logger([&](const assert_context&) { seen.emplace_back("logger"); });
+    Assert::set_handler(555, [&](const assert_context& ctx) { seen.push_back(ctx.msg); });
+    SMART_ASSERT(1 == 2).level(555, "first");
+    SMART_ASSERT(1 == 1).level(555, "a holding expression does nothing");
+    Assert::set_handler(555, [&](const assert_context& ctx) {
+        seen.push_back("again " + ctx.msg);
+        last = ctx;
+    });
+    SMART_ASSERT(1 == 2).level(555, "second");
+    {
+        Assert ignored("x");
+        ignored.level(555, "ignored").ignore();
+    }
+    {
+        Assert shown("x");
+        shown.level(555, "shown").force_show().ignore();
+    }
+    EXPECT_EQ(seen, (std::vector<std::string>{"logger", "first", "logger", "again second", "logger",
+                                              "logger", "again shown"}));
+    // A new Assert does not reinstall the defaults over a changed table.
+    EXPECT_EQ(*Assert::get_handler(lvl_fatal).target<HandlerFn>(), &default_fatal_handler);
+    EXPECT_EQ(last.pid, std::to_string(::getpid()));
+    EXPECT_TRUE(std::regex_match(last.time,
+                                 std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.(0|[1-9]\d{0,2}))")))
+        << last.time;
+}
+
+TEST_F(SmartAssert, DefaultHandlersWriteThrowOrAbort) {
+    std::ostringstream stream;
+    Assert::set_log_stream(&stream);
+    testing::internal::CaptureStdout();
+    SMART_ASSERT(2 < 1).log("logged");
+    Assert::set_log_stream(nullptr);
+    SMART_ASSERT(false).log("logged to stdout");
+    SMART_ASSERT(false).warn("warned");
+    const std::string out = testing::internal::GetCapturedStdout();
+    // The default logger and the log handler both wrote to the stream.
+    const std::string logged = stream.str();
+    EXPECT_NE(logged.find("'2 < 1' failed"), logged.rfind("'2 < 1' failed")) << logged;
+    EXPECT_NE(out.find("'logged to stdout'"), std::string::npos) << out;
+    EXPECT_NE(out.find(get_typeof_level(lvl_warn) + " in "), std::string::npos) << out;
+    EXPECT_EQ(out.find("'logged'"), std::string::npos) << out;
+
+    try {
+        const int answer = 41;
+        SMART_ASSERT(answer == 42).print_current_val(answer, "answer").error("wrong answer");
+        ADD_FAILURE() << "no exception";
+    } catch (const std::runtime_error& error) {
+        const std::string text = error.what();
+        EXPECT_NE(text.find(colour("msg", 3) + ": 'wrong answer'\n"), std::string::npos) << text;
+        EXPECT_NE(text.find("'answer == 42' failed\nValues:answer='41'\n"), std::string::npos)
+            << text;
+    }
+    EXPECT_DEATH(SMART_ASSERT(1 + 1 == 3).print_current_val(nullptr, "p").fatal("the end"),
+                 "msg.*: 'the end'(.|\n)*Fatal(.|\n)*Expression.*: '1 \\+ 1 == 3' failed\n"
+                 "Values:p='nullptr'\n\n");
 }
 
 // A local wall-clock time plus some microseconds.
@@ -41,130 +117,25 @@ std::chrono::system_clock::time_point localTime(int year, int month, int day, in
            std::chrono::microseconds(micros);
 }
 
-class SmartAssert : public ::testing::Test {
-protected:
-    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
-    void TearDown() override {
-        Assert::set_logger(default_logger);
-        Assert::set_log_stream(nullptr);
+TEST(SmartAssertText, LevelNamesTimesAndDumps) {
+    const std::pair<int, std::string> names[] = {{0, colour("Log", 1)},
+                                                 {100, colour("Warning", 5)},
+                                                 {200, "\033[0;36;59mDebug\033[0;0;0m"},
+                                                 {300, colour("Error", 5)},
+                                                 {1000, "\033[0;32;59mFatal\033[0;0;0m"},
+                                                 {42, "(level=42)"}};
+    for (const auto& [level, name] : names) {
+        EXPECT_EQ(get_typeof_level(level), name);
     }
-};
-
-TEST_F(SmartAssert, DefaultHandlersByLevelAndDebugForUnknownLevels) {
-    EXPECT_EQ(targetOf(Assert::get_handler(lvl_log)), &default_log_handler);
-    EXPECT_EQ(targetOf(Assert::get_handler(lvl_warn)), &default_warn_handler);
-    EXPECT_EQ(targetOf(Assert::get_handler(lvl_error)), &default_error_handler);
-    EXPECT_EQ(targetOf(Assert::get_handler(lvl_fatal)), &default_fatal_handler);
-    for (int level : {200, 150, -1, 999, 1001}) {
-        EXPECT_EQ(targetOf(Assert::get_handler(level)), &default_debug_handler) << level;
+    const std::pair<long, const char*> times[] = {{5000, "2021-03-04 05:06:07.5"},
+                                                  {0, "2021-03-04 05:06:07.0"},
+                                                  {999999, "2021-03-04 05:06:07.999"},
+                                                  {120000, "2021-03-04 05:06:07.120"},
+                                                  {45999, "2021-03-04 05:06:07.45"}};
+    for (const auto& [micros, text] : times) {
+        EXPECT_EQ(format_time(localTime(2021, 3, 4, 5, 6, 7, micros)), text);
     }
-}
 
-TEST_F(SmartAssert, SetHandlerAddsOrReplacesOneLevel) {
-    std::vector<std::string> seen;
-    Assert::set_handler(555, [&](const assert_context& ctx) { seen.push_back(ctx.msg); });
-    SMART_ASSERT(1 == 2).level(555, "first");
-    SMART_ASSERT(1 == 1).level(555, "a holding expression does nothing");
-    EXPECT_EQ(seen, std::vector<std::string>{"first"});
-
-    Assert::set_handler(555,
-                        [&](const assert_context& ctx) { seen.push_back("again " + ctx.msg); });
-    SMART_ASSERT(1 == 2).level(555, "second");
-    EXPECT_EQ(seen, (std::vector<std::string>{"first", "again second"}));
-    // Other levels keep their handlers; a new Assert does not reinstall the defaults over it.
-    EXPECT_EQ(targetOf(Assert::get_handler(lvl_fatal)), &default_fatal_handler);
-}
-
-TEST_F(SmartAssert, TheLoggerRunsFirstAndIgnoringSkipsOnlyTheHandler) {
-    std::vector<std::string> order;
-    Assert::set_logger([&](const assert_context&) { order.emplace_back("logger"); });
-    Assert::set_handler(557, [&](const assert_context&) { order.emplace_back("handler"); });
-
-    SMART_ASSERT(false).level(557, "m");
-    EXPECT_EQ(order, (std::vector<std::string>{"logger", "handler"}));
-
-    order.clear();
-    {
-        Assert ignored("x");
-        ignored.level(557);
-        ignored.ignore();
-    }
-    EXPECT_EQ(order, std::vector<std::string>{"logger"});
-
-    order.clear();
-    {
-        Assert shown("x");
-        shown.level(557).force_show();
-        shown.ignore();
-    }
-    EXPECT_EQ(order, (std::vector<std::string>{"logger", "handler"}));
-}
-
-TEST_F(SmartAssert, TheDefaultLoggerWritesToItsStreamWhenOneIsSet) {
-    Assert::set_handler(558, [](const assert_context&) {});
-    std::ostringstream stream;
-    Assert::set_log_stream(&stream);
-    SMART_ASSERT(2 < 1).level(558, "into the stream");
-    EXPECT_NE(stream.str().find("'into the stream'"), std::string::npos) << stream.str();
-    EXPECT_NE(stream.str().find("'2 < 1' failed"), std::string::npos) << stream.str();
-}
-
-TEST_F(SmartAssert, LogAndWarnHandlersDumpToStandardOutput) {
-    testing::internal::CaptureStdout();
-    SMART_ASSERT(false).log("logged");
-    SMART_ASSERT(false).warn("warned");
-    const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_NE(out.find("'logged'"), std::string::npos) << out;
-    EXPECT_NE(out.find("'warned'"), std::string::npos) << out;
-    EXPECT_NE(out.find(get_typeof_level(lvl_warn)), std::string::npos) << out;
-}
-
-TEST_F(SmartAssert, TheErrorHandlerThrowsTheDump) {
-    try {
-        const int answer = 41;
-        SMART_ASSERT(answer == 42).print_current_val(answer, "answer").error("wrong answer");
-        FAIL() << "no exception";
-    } catch (const std::runtime_error& error) {
-        const std::string text = error.what();
-        EXPECT_NE(text.find(colour("msg", 3) + ": 'wrong answer'\n"), std::string::npos) << text;
-        EXPECT_NE(text.find(colour("Error", 5) + " in "), std::string::npos) << text;
-        EXPECT_NE(text.find("'answer == 42' failed\nValues:answer='41'\n"), std::string::npos)
-            << text;
-    }
-}
-
-TEST_F(SmartAssert, TheFatalHandlerDumpsToStderrAndAborts) {
-    EXPECT_DEATH(SMART_ASSERT(1 + 1 == 3).print_current_val(nullptr, "p").fatal("the end"),
-                 "msg.*: 'the end'(.|\n)*Fatal(.|\n)*Expression.*: '1 \\+ 1 == 3' failed\n"
-                 "Values:p='nullptr'\n\n");
-}
-
-TEST(SmartAssertText, LevelNamesAreColouredAndOthersNumbered) {
-    EXPECT_EQ(get_typeof_level(200), "\033[0;36;59mDebug\033[0;0;0m");
-    EXPECT_EQ(get_typeof_level(1000), "\033[0;32;59mFatal\033[0;0;0m");
-    EXPECT_EQ(get_typeof_level(42), "(level=42)");
-}
-
-TEST(SmartAssertText, TimeHasMillisecondsWithoutLeadingZeros) {
-    EXPECT_EQ(format_time(localTime(2021, 3, 4, 5, 6, 7, 5000)), "2021-03-04 05:06:07.5");
-    EXPECT_EQ(format_time(localTime(2021, 3, 4, 5, 6, 7, 0)), "2021-03-04 05:06:07.0");
-    EXPECT_EQ(format_time(localTime(1999, 12, 31, 23, 59, 59, 999999)), "1999-12-31 23:59:59.999");
-    EXPECT_EQ(format_time(localTime(2000, 1, 1, 0, 0, 0, 120000)), "2000-01-01 00:00:00.120");
-    EXPECT_EQ(format_time(localTime(2000, 1, 1, 0, 0, 0, 45999)), "2000-01-01 00:00:00.45");
-}
-
-TEST(SmartAssertText, AnAssertFillsInTimeAndProcess) {
-    Assert::set_handler(559, [](const assert_context&) {});
-    Assert assertion("x");
-    assertion.level(559);
-    const assert_context& ctx = assertion.get_context();
-    EXPECT_EQ(ctx.pid, std::to_string(::getpid()));
-    EXPECT_TRUE(std::regex_match(ctx.time,
-                                 std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.(0|[1-9]\d{0,2}))")))
-        << ctx.time;
-}
-
-TEST(SmartAssertText, TheDetailedDumpLayout) {
     assert_context ctx;
     ctx.file = "f.cpp";
     ctx.function = "void f()";
@@ -178,7 +149,6 @@ TEST(SmartAssertText, TheDetailedDumpLayout) {
     ctx.stack = "frame";
     ctx.add_val("a", "1");
     ctx.add_val("b", "1");
-
     std::ostringstream out;
     dump_context_detail(ctx, out);
     EXPECT_EQ(out.str(), "basic information:\ntime:T pid:P tid:I\n" + colour("msg", 3) +
@@ -188,15 +158,13 @@ TEST(SmartAssertText, TheDetailedDumpLayout) {
                              colour("Error", 5) + " in " + colour("File", 3) + ": f.cpp, " +
                              colour("Line", 3) + ": 12, " + colour("Function", 3) + ": void f()\n" +
                              colour("Expression", 3) + ": 'a != b' failed\nValues:a='1'\nb='1'\n");
-}
 
-TEST(SmartAssertText, EmptyPartsAreLeftOut) {
-    assert_context ctx;
-    ctx.level = 42;
-    ctx.expression = kNoExpression;
-    std::ostringstream out;
-    dump_context_common(ctx, out);
-    EXPECT_EQ(out.str(),
+    assert_context bare;
+    bare.level = 42;
+    bare.expression = kNoExpression;
+    std::ostringstream common;
+    dump_context_common(bare, common);
+    EXPECT_EQ(common.str(),
               "basic information:\ntime: pid: tid:\n"
               "if you want know the detail of assert,please check log\n"
               "(level=42) in " +

@@ -1,0 +1,229 @@
+// The HTTP layer: dispatch by method and path, body checks against stored schemas, how failures
+// are answered, the response envelope and the status names.
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+
+#include <algorithm>
+#include <functional>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+#include "http/HttpJsonChecker.h"
+#include "http/HttpRouter.h"
+#include "http/HttpStatus.h"
+#include "http/ResponseStr.h"
+#include "support/FakeHttp.h"
+
+namespace {
+
+using corvid::HttpJsonChecker;
+using corvid::HttpRouter;
+using helion::test::FakeRequest;
+using helion::test::FakeResponse;
+
+constexpr const char* kRequireName = R"({"type":"object","required":["name"]})";
+constexpr const char* kMissingName =
+    "Invalid schema: \nInvalid keyword: required\nInvalid document: \n";
+
+// Status and content of one request; "+" marks that the dispatch threw on after answering.
+std::string send(HttpRouter& router, const char* method, const char* url, const char* body) {
+    FakeRequest request(method, url, body);
+    FakeResponse response;
+    bool thrown = false;
+    try {
+        router.apply(&request, &response);
+    } catch (...) {
+        thrown = true;
+    }
+    return std::to_string(response.status) + (thrown ? "+" : " ") + response.content +
+           (response.contentFlag == 1 ? "" : " flag " + std::to_string(response.contentFlag));
+}
+
+TEST(HttpRouter, DispatchesByMethodThenAnyMethodThenCatchAll) {
+    HttpRouter router;
+    for (const char* method : {"GET", "POST", "DELETE", "bogus"}) {
+        EXPECT_EQ(send(router, method, "/x", "not json"), "503 Service Unavailable");
+    }
+    const auto answer = [&](HttpRouter::HttpMethod method, const std::string& key,
+                            const std::string& pattern, const std::string& schema = "") {
+        router.addRoute(
+            method, key, pattern,
+            [key](corvid::IRequest*, corvid::IResponse* resp) {
+                resp->setStatus(200);
+                resp->setContent(key.c_str(), 1);
+            },
+            schema);
+    };
+    answer(HttpRouter::Get, "get", "/api/get");
+    answer(HttpRouter::Post, "first", "/api/.*");
+    answer(HttpRouter::Post, "second", "/api/update");
+    answer(HttpRouter::Put, "/strict", "/strict", kRequireName);
+    answer(HttpRouter::AnyMethod, "/anystrict", "/anystrict", kRequireName);
+    answer(HttpRouter::AnyMethod, "any", "/any/.*");
+    answer(HttpRouter::CatchAll, "catch", "/never", R"({"type":"array"})");
+    answer(HttpRouter::CatchAll, "second catch", ".*");
+
+    const struct {
+        const char *method, *url, *body;
+        std::string answer;
+    } cases[] = {
+        {"gEt", "\\API\\Get", "", "200 get"},
+        {"GET", "/api/get/more", R"({"name":1})", "200 catch"},  // whole path only
+        {"POST", "/api/update", "", "200 first"},
+        {"PUT", "/strict", "", "400+" + std::string(kMissingName)},  // empty body is {}
+        {"PUT", "/strict", R"({"name":1})", "200 /strict"},
+        {"DELETE", "/api/get", R"({"name":1})", "200 catch"},
+        {"delete", "/any/x", R"({"name":1})", "200 any"},
+        {"HEAD", "/any/x", R"({"name":1})", "200 any"},
+        // Every AnyMethod record checks the body before its path.
+        {"GET", "/any/x", "{}", "400+" + std::string(kMissingName)},
+        {"GET", "/any/x", "{\"a\":", "500+Invalid value."},
+        {"PUT", "/elsewhere", R"({"name":1})", "200 catch"},  // its schema is not checked
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(send(router, c.method, c.url, c.body), c.answer) << c.method << " " << c.url;
+    }
+    EXPECT_EQ(router.getKeys().front(), "get");
+    EXPECT_EQ(router.getKeys().back(), "second catch");
+}
+
+TEST(HttpRouter, MethodTextsMapInAnyCase) {
+    const std::pair<const char*, HttpRouter::HttpMethod> names[] = {
+        {"GET", HttpRouter::Get},      {"HeAd", HttpRouter::Head},
+        {"post", HttpRouter::Post},    {"Put", HttpRouter::Put},
+        {"get ", HttpRouter::Unknown}, {"anymethod", HttpRouter::Unknown},
+        {"", HttpRouter::Unknown},     {"PATCH", HttpRouter::Unknown}};
+    for (const auto& [name, method] : names) {
+        EXPECT_EQ(HttpRouter::method(name), method) << name;
+    }
+}
+
+TEST(HttpRouter, HandlerFailuresAreAnsweredAndThrownOn) {
+    const struct {
+        std::function<void()> fail;
+        std::string answer;
+    } cases[] = {
+        {[] { throw std::string("client fault"); }, "400+client fault"},
+        {[] { throw std::make_error_code(std::errc::permission_denied); },
+         "500+" + std::make_error_code(std::errc::permission_denied).message()},
+        {[] { throw std::runtime_error("server fault"); }, "500+server fault"},
+        {[] { throw 7; }, "500+Unknown Internal ServerError"},
+        {nullptr, "500+" + std::string(std::bad_function_call().what())},
+    };
+    for (const auto& c : cases) {
+        HttpRouter router;
+        HttpRouter::Handler handler;
+        if (c.fail) {
+            handler = [fail = c.fail](corvid::IRequest*, corvid::IResponse*) { fail(); };
+        }
+        router.addRoute(HttpRouter::Get, "/f", "/f", handler);
+        EXPECT_EQ(send(router, "GET", "/f", ""), c.answer);
+    }
+}
+
+// What a check did: "ok", "code N in <category>", or the text it threw.
+std::string check(const HttpJsonChecker& checker, const std::string& key, const char* body) {
+    try {
+        checker.apply(key, body);
+        return "ok";
+    } catch (const std::error_code& code) {
+        return "code " + std::to_string(code.value()) + " in " + code.category().name();
+    } catch (const std::string& text) {
+        return text;
+    }
+}
+
+TEST(JsonChecker, BodiesAgainstStoredSchemas) {
+    HttpJsonChecker checker;
+    checker.addSchema("\\API\\Update", kRequireName);
+    checker.addSchema("/empty", "");
+    checker.addSchema("/broken", "{not a schema");
+    checker.addSchema("/t", R"({"type":"object","properties":{"age":{"type":"integer"}}})");
+    checker.addSchema("/array", R"({"type":"array"})");
+    const std::string deep = std::string(200000, '[') + std::string(200000, ']');
+    const std::string deepest = std::string(512, '[') + std::string(512, ']');
+    const std::string unterminated(200000, '[');
+
+    const struct {
+        const char* key;
+        std::string body;
+        std::string outcome;
+    } cases[] = {
+        {"/unlisted", "plain text", "code 3 in jsonchecker_category"},
+        {"/unlisted", "{} {}", "code 2 in jsonchecker_category"},
+        {"/unlisted", "[1,2]", "ok"},
+        {"/unlisted", "", "ok"},
+        {"/unlisted", deep, "ok"},
+        {"/empty", "null", "ok"},
+        {"/api/UPDATE", "", kMissingName},
+        {"/Api/Update", R"({"name":1})", "ok"},
+        {"/t", R"({"age":"old"})",
+         "Invalid schema: /properties/age\nInvalid keyword: type\nInvalid document: /age\n"},
+        {"/t", R"({"age":3})", "ok"},
+        {"/broken", "{}", "code 0 in jsonchecker_category"},
+        {"/array", deep, "Invalid document: nested deeper than 512 levels\n"},
+        {"/array", deepest, "ok"},
+        {"/array", unterminated, "code 3 in jsonchecker_category"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(check(checker, c.key, c.body.c_str()), c.outcome)
+            << c.key << " " << c.body.substr(0, 20);
+    }
+
+    // A document parsed elsewhere with an error fails only where a schema is stored.
+    rapidjson::Document broken;
+    broken.Parse("[1,");
+    EXPECT_NO_THROW(checker.apply("/unlisted", broken));
+    EXPECT_THROW(checker.apply("/t", broken), std::error_code);
+}
+
+TEST(JsonChecker, CategoryUsesTheParserTexts) {
+    const auto& category = corvid::_rapidjson_category::instance();
+    EXPECT_EQ(&category, &corvid::_rapidjson_category::instance());
+    EXPECT_EQ(category.message(0), "No error.");
+    EXPECT_EQ(category.message(17), "Unspecific syntax error.");
+    for (int code : {18, 1000, -1}) {
+        EXPECT_EQ(category.message(code), "Unknown error.") << code;
+    }
+}
+
+TEST(ResponseEnvelope, IsCompactCodeMessageDataWithTextsCutAtNul) {
+    const struct {
+        int code;
+        std::string message, data, text;
+    } cases[] = {
+        {0, "Success", "", R"({"code":0,"message":"Success","data":""})"},
+        {-1, "", "d", R"({"code":-1,"message":"","data":"d"})"},
+        {3, "req json error", R"({"a":[1,"b"]})",
+         R"({"code":3,"message":"req json error","data":"{\"a\":[1,\"b\"]}"})"},
+        {1, std::string("before\0after", 12), std::string("\0hidden", 7),
+         R"({"code":1,"message":"before","data":""})"},
+        {0, "a\"b\\c/d", "\n\t\x01\x1f",
+         R"({"code":0,"message":"a\"b\\c/d","data":"\n\t\u0001\u001F"})"},
+        {0, "路径\xff", "é", "{\"code\":0,\"message\":\"路径\xff\",\"data\":\"é\"}"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(corvid::responseStr(c.code, c.message, c.data), c.text);
+    }
+}
+
+TEST(StatusNames, FortyRecordsWithout402) {
+    const auto& table = corvid::http::StatusCode2Str;
+    ASSERT_EQ(std::size(table), 40U);
+    const auto name = [&](int code) {
+        const auto found = std::find_if(std::begin(table), std::end(table),
+                                        [code](const auto& record) { return record.code == code; });
+        return found != std::end(table) ? found->name : std::string("<absent>");
+    };
+    const std::pair<int, const char*> spots[] = {
+        {100, "Continue"},           {306, "Unused"},
+        {402, "<absent>"},           {416, "Requestedrangenotsatisfiable"},
+        {503, "ServiceUnavailable"}, {505, "HTTPVersionnotsupported"}};
+    for (const auto& [code, expected] : spots) {
+        EXPECT_EQ(name(code), expected) << code;
+    }
+}
+
+}  // namespace

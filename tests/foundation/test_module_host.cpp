@@ -1,0 +1,326 @@
+// The module as a host drives it. The host calls through vtable slots, not names: these tests build
+// the host's objects by hand, with functions at fixed positions, and call the module by position,
+// so that reordering, inserting or removing a virtual operation anywhere in the SDK fails here.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <typeinfo>
+#include <utility>
+#include <vector>
+
+#include "SdpPromote/ModuleInstance.h"
+#include "common/EventCenter.h"
+#include "corvid/IEventBus.h"
+#include "corvid/IModule.h"
+#include "corvid/IRpcServer.h"
+#include "http/HttpRouter.h"
+#include "support/TestSupport.h"
+
+namespace {
+
+// A static_cast from base to derived is ill-formed exactly when the base is virtual.
+template <typename Base, typename Derived, typename = void>
+struct CanDowncast : std::false_type {};
+template <typename Base, typename Derived>
+struct CanDowncast<Base, Derived,
+                   std::void_t<decltype(static_cast<Derived*>(std::declval<Base*>()))>>
+    : std::true_type {};
+
+static_assert(!CanDowncast<corvid::IObject, corvid::IPluginBase>::value, "IObject is virtual");
+static_assert(!CanDowncast<corvid::IPluginBase, corvid::IModule>::value, "so is IPluginBase");
+static_assert(CanDowncast<corvid::IModule, ModuleInstance>::value, "IModule is not");
+static_assert(!std::is_base_of_v<corvid::HttpRouter, ModuleInstance>, "the router is held");
+static_assert(std::has_virtual_destructor_v<corvid::HttpRouter> &&
+              std::has_virtual_destructor_v<corvid::IObject>);
+static_assert(sizeof(corvid::IRunTimeContext) == sizeof(void*) &&
+              !std::has_virtual_destructor_v<corvid::IRunTimeContext>);
+
+template <typename Fn>
+void* slotOf(Fn fn) {
+    void* raw = nullptr;
+    static_assert(sizeof(fn) == sizeof(raw));
+    std::memcpy(&raw, &fn, sizeof(raw));
+    return raw;
+}
+
+// Calls slot (counted from one, as the host counts) of object's vtable as a Fn.
+template <typename Fn, typename... Args>
+auto callSlot(void* object, int slot, Args... args) {
+    Fn fn = nullptr;
+    std::memcpy(&fn, &(*static_cast<void***>(object))[slot - 1], sizeof(fn));
+    return fn(object, args...);
+}
+
+std::vector<std::string> calls;
+void wrongSlot(void*) {
+    calls.emplace_back("wrong slot");
+}
+
+// An object whose vptr points at slot 1 of a table laid out as the compiler lays one out:
+// offset to top, type info, then the slots; interfaces with a virtual destructor get two
+// destructor slots first, which the module must never call.
+class HandMade {
+public:
+    HandMade(const std::type_info& type, std::vector<void*> slots, bool destructors = true)
+        : table_(std::move(slots)) {
+        if (destructors) {
+            table_.insert(table_.begin(), {slotOf(&wrongSlot), slotOf(&wrongSlot)});
+        }
+        table_.insert(table_.begin(), {nullptr, const_cast<std::type_info*>(&type)});
+        vptr_ = table_.data() + 2;
+    }
+    template <typename T>
+    T* as() {
+        return reinterpret_cast<T*>(&vptr_);
+    }
+
+private:
+    std::vector<void*> table_;
+    void** vptr_;
+};
+
+bool hideServices = false;
+std::function<void()> registerFault;
+std::string registeredName;
+std::shared_ptr<apache::thrift::TProcessor> registeredProcessor;
+int32_t status = 0;
+std::string content;
+int32_t contentFlag = 0;
+
+void registerProcessor(void*, const char* name, std::shared_ptr<apache::thrift::TProcessor>& p) {
+    calls.emplace_back("registerProcessor");
+    if (registerFault) {
+        registerFault();
+    }
+    registeredName = name;
+    registeredProcessor = p;
+}
+bool publish(void*, const char* topic, const char* text) {
+    calls.push_back(std::string("publish ") + topic + " " + text);
+    return true;
+}
+HandMade rpcServer{typeid(corvid::IRpcServer), {slotOf(&registerProcessor)}};
+HandMade eventBus{typeid(corvid::IEventBus), {slotOf(&publish)}};
+
+void* queryService(void*, const char* name) {
+    calls.push_back(std::string("queryService ") + name);
+    if (hideServices) {
+        return nullptr;
+    }
+    return std::strcmp(name, "RpcServer") == 0  ? rpcServer.as<void>()
+           : std::strcmp(name, "EventBus") == 0 ? eventBus.as<void>()
+                                                : nullptr;
+}
+HandMade context{typeid(corvid::IRunTimeContext), {slotOf(&queryService)}, false};
+
+const char* requestBody(void*) {
+    calls.emplace_back("body");
+    return R"({"name":"x"})";
+}
+const char* requestMethod(void*) {
+    calls.emplace_back("method");
+    return "POST";
+}
+const char* requestUrl(void*) {
+    calls.emplace_back("url");
+    return "/api/update";
+}
+void setStatus(void*, int32_t code) {
+    status = code;
+}
+void setContent(void*, const char* text, int32_t flag) {
+    content = text;
+    contentFlag = flag;
+}
+HandMade request{typeid(corvid::IRequest),
+                 {slotOf(&wrongSlot), slotOf(&wrongSlot), slotOf(&requestBody), slotOf(&wrongSlot),
+                  slotOf(&requestMethod), slotOf(&requestUrl)}};
+HandMade response{typeid(corvid::IResponse),
+                  {slotOf(&setStatus), slotOf(&wrongSlot), slotOf(&setContent)}};
+
+constexpr const char* kGuid = "7c9e6679-7425-40de-944b-e07fc1f90ae7";
+
+class ModuleHost : public ::testing::Test {
+protected:
+    void SetUp() override {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        calls.clear();
+        registerFault = nullptr;
+        registeredProcessor.reset();
+    }
+    // Each captured line as "level text".
+    std::vector<std::string> lines() const {
+        std::vector<std::string> out;
+        for (const auto& line : log_.lines()) {
+            out.push_back(std::to_string(line.level) + " " + line.text);
+        }
+        return out;
+    }
+
+    corvid::IModule* module_ = CreateInstance();
+    helion::test::LogCapture log_;
+};
+
+TEST_F(ModuleHost, IdentityIsReachedByPosition) {
+    EXPECT_EQ(CreateInstance(), module_);
+    EXPECT_EQ(module_, static_cast<corvid::IModule*>(&ModuleInstance::shared()));
+    FreeInstance(module_);
+    EXPECT_EQ(callSlot<int32_t (*)(void*)>(module_, 7), 0);
+    EXPECT_STREQ(callSlot<const char* (*)(void*)>(module_, 8), kGuid);
+
+    const char* capacities = callSlot<const char* (*)(void*)>(module_, 9);
+    EXPECT_STREQ(capacities,
+                 "\n"
+                 "      {\n"
+                 "            \"name\": \"HelionPromote\",\n"
+                 "            \"version\": \"2.2.16.1\",\n"
+                 "            \"custom\": {\n"
+                 "                \"code\": \"\",\n"
+                 "                \"version\": \"\"\n"
+                 "            },\n"
+                 "            \"description\": \"First release\"\n"
+                 "      }\n"
+                 "    ");
+    EXPECT_EQ(module_->moduleCapacities(), capacities);
+
+    const char** routes = callSlot<const char** (*)(void*)>(module_, 10);
+    ASSERT_NE(routes, nullptr);
+    EXPECT_EQ(routes[0], nullptr);
+    EXPECT_EQ(module_->moduleRouters(), routes);
+}
+
+TEST_F(ModuleHost, LoadingRegistersAFreshProcessorAndOpensTheEventBus) {
+    auto* host = context.as<corvid::IRunTimeContext>();
+    callSlot<void (*)(void*, void*)>(module_, 3, host);
+    EXPECT_EQ(calls, (std::vector<std::string>{"queryService RpcServer", "registerProcessor"}));
+    EXPECT_EQ(registeredName, "SdpPromoteService");
+    ASSERT_NE(registeredProcessor, nullptr);
+    EXPECT_EQ(registeredProcessor.use_count(), 1) << "the module keeps no reference";
+    EXPECT_EQ(ModuleInstance::shared().getRuntimeContext(), host);
+    EXPECT_EQ(lines(), std::vector<std::string>{"2 [HelionPromote:moduleWillLoadFinished:133]: " +
+                                                std::string(kGuid) + " module will load finished"});
+
+    const auto first = registeredProcessor;
+    module_->moduleWillLoadFinished(host);
+    EXPECT_NE(registeredProcessor, first);
+
+    calls.clear();
+    EXPECT_TRUE(corvid::details::EventCenter::broadcast("topic", "content"));
+    EXPECT_EQ(calls, (std::vector<std::string>{"queryService EventBus", "publish topic content"}));
+}
+
+TEST_F(ModuleHost, AFailingRegistrationIsLoggedOnceAndTheLoadReturns) {
+    const std::pair<std::function<void()>, std::string> cases[] = {
+        {[] { throw std::runtime_error("T"); },
+         "127]: An exception occurred while the module "
+         "was loading; Reason: T"},
+        {[] { throw 42; },
+         "130]: An exception occurred while the module was loading; Reason: "
+         "Unknown exception"},
+    };
+    for (const auto& [fault, text] : cases) {
+        log_.clear();
+        registerFault = fault;
+        EXPECT_NO_THROW(module_->moduleWillLoadFinished(context.as<corvid::IRunTimeContext>()));
+        EXPECT_EQ(lines(),
+                  std::vector<std::string>{"4 [HelionPromote:moduleWillLoadFinished:" + text});
+        EXPECT_EQ(registeredProcessor, nullptr);
+    }
+}
+
+TEST_F(ModuleHost, LifecycleSlotsLogTheirNamesAndChangeNothing) {
+    module_->moduleWillLoadFinished(context.as<corvid::IRunTimeContext>());
+    log_.clear();
+    for (int slot = 4; slot <= 6; ++slot) {
+        callSlot<void (*)(void*)>(module_, slot);
+    }
+    EXPECT_EQ(lines(),
+              (std::vector<std::string>{
+                  "2 [HelionPromote:moduleDidLoadFinished:139]: moduleDidLoadFinished",
+                  "2 [HelionPromote:moduleWillUnloadFinished:181]: moduleWillUnloadFinished",
+                  "2 [HelionPromote:moduleDidUnloadFinished:186]: moduleDidUnloadFinished"}));
+    EXPECT_EQ(ModuleInstance::shared().getRuntimeContext(), context.as<corvid::IRunTimeContext>());
+}
+
+TEST_F(ModuleHost, EventAndHttpIntakeAreSlotsElevenAndTwelve) {
+    EXPECT_FALSE((callSlot<bool (*)(void*, const char*, const char*)>(module_, 11, "topic", "c")));
+    EXPECT_EQ(lines(), std::vector<std::string>{"1 [HelionPromote:moduleDidRecivedEventMessage:"
+                                                "148]: receviced event: [topic]"});
+
+    EXPECT_FALSE((callSlot<bool (*)(void*, void*, void*)>(module_, 12, request.as<void>(),
+                                                          response.as<void>())));
+    EXPECT_EQ(std::to_string(status) + " " + content + " " + std::to_string(contentFlag),
+              "503 Service Unavailable 1");
+
+    // A router reads body, method and url from their slots.
+    corvid::HttpRouter router;
+    router.addRoute(
+        corvid::HttpRouter::Post, "/api/update", "/api/update",
+        [](corvid::IRequest*, corvid::IResponse* resp) { resp->setStatus(200); },
+        R"({"type":"object","required":["name"]})");
+    calls.clear();
+    router.apply(request.as<corvid::IRequest>(), response.as<corvid::IResponse>());
+    EXPECT_EQ(status, 200);
+    std::sort(calls.begin(), calls.end());
+    EXPECT_EQ(calls, (std::vector<std::string>{"body", "method", "url"}));
+}
+
+TEST_F(ModuleHost, NullArgumentsAreFatalAssertions) {
+    auto* host = context.as<corvid::IRunTimeContext>();
+    auto* req = request.as<corvid::IRequest>();
+    const std::string load =
+        "Line.*: %d, .*Function.*: virtual void "
+        "ModuleInstance::moduleWillLoadFinished\\(corvid::IRunTimeContext "
+        "\\*\\)\n.*Expression.*: '%s != nullptr' failed\nValues:%s='nullptr'";
+    const std::string http =
+        "Line.*: %d, .*Function.*: virtual bool "
+        "ModuleInstance::moduleDidRecivedHttpMessage\\(corvid::IRequest \\*, "
+        "corvid::IResponse \\*\\)\n.*Expression.*: 'req != nullptr' failed\n"
+        "Values:%s='nullptr'";
+    const std::string event =
+        "Line.*: %d, .*Function.*: virtual bool "
+        "ModuleInstance::moduleDidRecivedEventMessage\\(const char \\*, "
+        "const char \\*\\)\n.*Expression.*: '%s != nullptr' failed\n"
+        "Values:%s='nullptr'";
+    const auto format = [](const std::string& pattern, int line, const char* a,
+                           const char* b = nullptr) {
+        char text[512];
+        std::snprintf(text, sizeof(text), pattern.c_str(), line, a, b != nullptr ? b : a);
+        return std::string(text);
+    };
+    const struct {
+        std::function<void()> call;
+        std::string message, place;
+    } cases[] = {
+        {[&] { module_->moduleWillLoadFinished(nullptr); }, "The context cann't be nullable",
+         format(load, 116, "context")},
+        {[&] {
+             hideServices = true;
+             module_->moduleWillLoadFinished(host);
+         },
+         "Cann't get rpc service from RuntimeContext", format(load, 123, "rpcServer")},
+        {[&] { module_->moduleDidRecivedHttpMessage(nullptr, nullptr); },
+         "Http Request cann't be empty", format(http, 160, "req")},
+        {[&] { module_->moduleDidRecivedHttpMessage(req, nullptr); },
+         "Http Response cann't be empty", format(http, 161, "res")},
+        {[&] { module_->moduleDidRecivedEventMessage(nullptr, "c"); },
+         "The topic of event cann't be nullable", format(event, 145, "topic")},
+        {[&] { module_->moduleDidRecivedEventMessage("t", nullptr); },
+         "The content of event cann't be nullable", format(event, 146, "content")},
+    };
+    for (const auto& c : cases) {
+        EXPECT_DEATH(c.call(), "msg.*: '" + c.message +
+                                   "'(.|\n)*Fatal.* in .*File.*: SdpPromote/ModuleInstance, "
+                                   "(.|\n)*" +
+                                   c.place)
+            << c.message;
+    }
+}
+
+}  // namespace
