@@ -1,7 +1,7 @@
-# Installs the build tree into a scratch prefix, builds the consumer project against it and runs
-# the consumer host without LD_LIBRARY_PATH.
-# cmake -DBUILD_DIR= -DWORK_DIR= -DSOURCE_DIR= -DCONFIG= -DGENERATOR= -DCXX= [-DSANITIZERS=] -P RunConsumer.cmake
-foreach(var BUILD_DIR WORK_DIR SOURCE_DIR GENERATOR CXX)
+# Installs the build tree into a scratch prefix (or takes PREFIX, an installed tree), builds the
+# consumer project against it and runs the consumer host without LD_LIBRARY_PATH.
+# cmake -DBUILD_DIR=|-DPREFIX= -DWORK_DIR= -DSOURCE_DIR= -DCONFIG= -DGENERATOR= -DCXX= [-DSANITIZERS=] -P RunConsumer.cmake
+foreach(var WORK_DIR SOURCE_DIR GENERATOR CXX)
     if(NOT ${var})
         message(FATAL_ERROR "${var} is not set")
     endif()
@@ -17,11 +17,13 @@ function(run)
     endif()
 endfunction()
 
-set(prefix "${WORK_DIR}/prefix")
 set(build "${WORK_DIR}/build")
 file(REMOVE_RECURSE "${WORK_DIR}")
-
-run("${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${prefix}" --config "${CONFIG}")
+set(prefix "${PREFIX}")
+if(NOT PREFIX)
+    set(prefix "${WORK_DIR}/prefix")
+    run("${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${prefix}" --config "${CONFIG}")
+endif()
 
 set(flags "")
 if(SANITIZERS)
