@@ -67,7 +67,11 @@ void Host::start() {
         rpcOptions.endpoint.path = defaultSocketPath();
         rpcOptions.requirePrivateDirectory = true;
     }
+    rpcOptions.listenFd = options_.listenFd;
+    rpcOptions.socketGroup = options_.socketGroup;
     rpcOptions.workers = options_.workers;
+    rpcOptions.requestTimeoutMs = options_.requestTimeoutMs;
+    rpcOptions.onServingEnded = options_.onServingEnded;
     rpc_ = std::make_unique<RpcServer>(rpcOptions);
     rpc_->bind();
     if (options_.http) {

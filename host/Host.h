@@ -2,7 +2,10 @@
 // The reference host: loads a module, offers it "RpcServer" and "EventBus", drives its lifecycle
 // and serves what it registers.
 
+#include <sys/types.h>
+
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -25,7 +28,15 @@ struct HostOptions {
     std::string modulePath;
     /// Where RPC is served; unset means the per-user default socket.
     std::optional<Endpoint> listen;
+    /// A listening socket from the service manager; takes the place of listen when set.
+    int listenFd = -1;
+    /// Group the Unix socket is given to (mode 0660).
+    std::optional<gid_t> socketGroup;
     std::size_t workers = 8;
+    /// How long a whole request may take to arrive from its first byte.
+    int requestTimeoutMs = 30000;
+    /// Called when RPC serving ends without shutdown() (from the serving thread).
+    std::function<void()> onServingEnded;
     /// Loopback HTTP listener forwarding to the module, when set.
     std::optional<Endpoint> http;
     /// Events delivered to the module once it is loaded, in order.

@@ -1,5 +1,7 @@
 #include "host/HttpListener.h"
 
+#include <fcntl.h>
+
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/strand.hpp>
@@ -168,6 +170,8 @@ void HttpListener::Impl::accept() {
             return;
         }
         if (!error) {
+            // Programs the module starts must not inherit connections.
+            ::fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
             if (connections.load() >= options.maxConnections) {
                 beast::error_code ignored;
                 socket.close(ignored);
@@ -199,6 +203,7 @@ void HttpListener::bind() {
     auto& acceptor = impl_->acceptor;
     acceptor.open(where.protocol(), error);
     if (!error) {
+        ::fcntl(acceptor.native_handle(), F_SETFD, FD_CLOEXEC);
         acceptor.set_option(net::socket_base::reuse_address(true), error);
     }
     if (!error) {

@@ -48,14 +48,19 @@ std::vector<std::string> defaultModuleCandidates() {
     std::vector<std::string> candidates;
     boost::system::error_code error;
     const fs::path self = fs::read_symlink("/proc/self/exe", error);
-    if (!error) {
-        const fs::path prefix = self.parent_path().parent_path();
-        candidates.push_back((prefix / HELION_INSTALL_LIBDIR / kModuleFile).string());
-        if (fs::path(HELION_INSTALL_LIBDIR) != "lib") {
-            candidates.push_back((prefix / "lib" / kModuleFile).string());
-        }
+    if (error) {
+        return candidates;
     }
-    candidates.emplace_back(HELION_BUILD_TREE_MODULE);
+    const fs::path prefix = self.parent_path().parent_path();
+    candidates.push_back((prefix / HELION_INSTALL_LIBDIR / kModuleFile).string());
+    if (fs::path(HELION_INSTALL_LIBDIR) != "lib") {
+        candidates.push_back((prefix / "lib" / kModuleFile).string());
+    }
+    // An installed copy must never pick up whatever a build tree on this machine holds.
+    const fs::path buildDir = fs::canonical(HELION_BUILD_TREE_HOST_DIR, error);
+    if (!error && fs::equivalent(self.parent_path(), buildDir, error) && !error) {
+        candidates.emplace_back(HELION_BUILD_TREE_MODULE);
+    }
     return candidates;
 }
 

@@ -38,7 +38,7 @@ private:
 };
 
 /// Where to look for the module when no path is given, in order: the install layout beside the
-/// executable, then the build tree the executable was built in.
+/// executable, then, for a program run from the build tree it was built in, that tree's module.
 std::vector<std::string> defaultModuleCandidates();
 
 /// The first candidate that exists; throws StartupError naming all of them when none does.

@@ -1,5 +1,7 @@
 #include "host/RpcServer.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -8,47 +10,23 @@
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/server/TServer.h>
 #include <thrift/transport/TBufferTransports.h>
-#include <thrift/transport/TServerSocket.h>
-#include <thrift/transport/TTransportException.h>
 #include <unistd.h>
 
 #include <boost/filesystem.hpp>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <stdexcept>
 
 #include "host/HostLog.h"
 #include "host/ModuleLibrary.h"
+#include "host/RequestDeadline.h"
+#include "host/ServerSocket.h"
 
 namespace helion::host {
 
 namespace fs = boost::filesystem;
 using apache::thrift::TProcessor;
-using apache::thrift::transport::TTransportException;
-
-/// A server socket bound before the module loads, so that a taken port or a live socket is
-/// reported before the module is driven; the server's own listen() then finds it ready.
-class PreboundServerSocket : public apache::thrift::transport::TServerSocket {
-public:
-    using TServerSocket::TServerSocket;
-
-    void bindNow() {
-        TServerSocket::listen();
-        bound_ = true;
-    }
-    void listen() override {
-        if (!bound_) {
-            bindNow();
-        }
-    }
-    void close() override {
-        TServerSocket::close();
-        bound_ = false;
-    }
-
-private:
-    bool bound_ = false;
-};
 
 namespace {
 
@@ -80,6 +58,39 @@ SocketState probeUnixSocket(const std::string& path, int& error) {
         return SocketState::Live;
     }
     return error == ECONNREFUSED ? SocketState::Stale : SocketState::Unknown;
+}
+
+/// Where a handed-over listening socket listens.
+Endpoint endpointOf(int fd) {
+    sockaddr_storage storage{};
+    socklen_t length = sizeof(storage);
+    if (::getsockname(fd, reinterpret_cast<sockaddr*>(&storage), &length) != 0) {
+        throw StartupError(std::string("the handed-over socket has no address: ") +
+                           std::strerror(errno));
+    }
+    Endpoint endpoint;
+    if (storage.ss_family == AF_UNIX) {
+        const auto* address = reinterpret_cast<const sockaddr_un*>(&storage);
+        endpoint.kind = Endpoint::Kind::Unix;
+        endpoint.path.assign(address->sun_path,
+                             strnlen(address->sun_path, sizeof(address->sun_path)));
+        return endpoint;
+    }
+    char text[INET6_ADDRSTRLEN] = {};
+    endpoint.kind = Endpoint::Kind::Tcp;
+    if (storage.ss_family == AF_INET) {
+        const auto* address = reinterpret_cast<const sockaddr_in*>(&storage);
+        ::inet_ntop(AF_INET, &address->sin_addr, text, sizeof(text));
+        endpoint.port = ntohs(address->sin_port);
+    } else if (storage.ss_family == AF_INET6) {
+        const auto* address = reinterpret_cast<const sockaddr_in6*>(&storage);
+        ::inet_ntop(AF_INET6, &address->sin6_addr, text, sizeof(text));
+        endpoint.port = ntohs(address->sin6_port);
+    } else {
+        throw StartupError("the handed-over socket is neither a Unix nor a TCP socket");
+    }
+    endpoint.address = text;
+    return endpoint;
 }
 
 }  // namespace
@@ -122,28 +133,41 @@ std::vector<std::string> RpcServer::services() const {
 void RpcServer::prepareUnixPath() {
     const fs::path path(bound_.path);
     const fs::path dir = path.has_parent_path() ? path.parent_path() : fs::path(".");
-    boost::system::error_code error;
-    if (!fs::exists(dir, error)) {
-        fs::create_directories(dir, error);
-        if (error) {
-            throw StartupError("cannot create socket directory '" + dir.string() +
-                               "': " + error.message());
-        }
-        ::chmod(dir.c_str(), 0700);
-    }
     struct stat dirStat {};
-    if (::stat(dir.c_str(), &dirStat) != 0 || !S_ISDIR(dirStat.st_mode)) {
+    if (::lstat(dir.c_str(), &dirStat) != 0 && errno == ENOENT) {
+        boost::system::error_code error;
+        if (dir.has_parent_path()) {
+            fs::create_directories(dir.parent_path(), error);
+        }
+        // Created private, not chmod-ed after: there is no moment in which others may enter.
+        if (error || (::mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST)) {
+            throw StartupError("cannot create socket directory '" + dir.string() +
+                               "': " + (error ? error.message() : std::strerror(errno)));
+        }
+    }
+    // lstat: a link to a private directory is not one; whoever made the link chose the target.
+    if (::lstat(dir.c_str(), &dirStat) != 0) {
+        throw StartupError("cannot check socket directory '" + dir.string() +
+                           "': " + std::strerror(errno));
+    }
+    const bool link = S_ISLNK(dirStat.st_mode);
+    if (!link && !S_ISDIR(dirStat.st_mode)) {
         throw StartupError("socket directory '" + dir.string() + "' is not a directory");
     }
-    const bool privateDir = dirStat.st_uid == ::geteuid() && (dirStat.st_mode & 077) == 0;
+    // The socket's group may need to enter the directory; nobody else may.
+    const mode_t groupBits =
+        options_.socketGroup && dirStat.st_gid == *options_.socketGroup ? 027 : 077;
+    const bool privateDir =
+        !link && dirStat.st_uid == ::geteuid() && (dirStat.st_mode & groupBits) == 0;
     if (!privateDir) {
         if (options_.requirePrivateDirectory) {
             throw StartupError("socket directory '" + dir.string() +
-                               "' must be owned by this user with mode 0700");
+                               "' must be owned by this user with mode 0700 and not be a "
+                               "symbolic link");
         }
         HOST_LOG(spdlog::level::warn,
-                 "socket directory '{}' can be entered by other users; the socket itself is 0600",
-                 dir.string());
+                 "socket directory '{}' can be entered by other users; the socket itself is {}",
+                 dir.string(), options_.socketGroup ? "0660" : "0600");
     }
 
     struct stat existing {};
@@ -178,32 +202,26 @@ void RpcServer::bind() {
     if (options_.workers == 0) {
         throw StartupError("the RPC server needs at least one worker");
     }
-    if (bound_.kind == Endpoint::Kind::Unix) {
+    int fd = options_.listenFd;
+    if (fd >= 0) {
+        bound_ = endpointOf(fd);
+    } else if (bound_.kind == Endpoint::Kind::Unix) {
         prepareUnixPath();
-        socket_ = std::make_shared<PreboundServerSocket>(bound_.path);
+        fd = listenUnix(bound_.path, options_.socketGroup);
+        ownsSocketFile_ = true;
     } else {
         try {
             requireLoopback(bound_);
         } catch (const std::invalid_argument& error) {
             throw StartupError(error.what());
         }
-        socket_ = std::make_shared<PreboundServerSocket>(bound_.address, bound_.port);
+        fd = listenTcp(bound_.address, bound_.port);
     }
-    socket_->setRecvTimeout(options_.idleTimeoutMs);
-    socket_->setSendTimeout(options_.idleTimeoutMs);
-    try {
-        socket_->bindNow();
-    } catch (const TTransportException& error) {
-        socket_.reset();
-        throw StartupError("cannot listen on " + bound_.str() + ": " + error.what());
-    }
-    if (bound_.kind == Endpoint::Kind::Unix) {
-        ownsSocketFile_ = true;
-        // The directory already keeps others out; the mode says so on the socket too.
-        ::chmod(bound_.path.c_str(), 0600);
-    } else {
-        bound_.port = static_cast<uint16_t>(socket_->getPort());
-    }
+    ServerSocketOptions socketOptions;
+    socketOptions.maxConnections = options_.workers + options_.queue;
+    socketOptions.recvTimeoutMs = options_.idleTimeoutMs;
+    socketOptions.sendTimeoutMs = options_.idleTimeoutMs;
+    socket_ = std::make_shared<ServerSocket>(fd, socketOptions);
 }
 
 void RpcServer::start() {
@@ -221,11 +239,14 @@ void RpcServer::start() {
     auto threads = concurrency::ThreadManager::newSimpleThreadManager(options_.workers);
     threads->threadFactory(std::make_shared<concurrency::ThreadFactory>());
     threads->start();
+    auto protocols = std::make_shared<protocol::TBinaryProtocolFactory>(
+        kMaxRpcStringBytes, kMaxRpcContainerItems, false, true);
     server_ = std::make_shared<server::TThreadPoolServer>(
-        multiplexer_, socket_, std::make_shared<transport::TBufferedTransportFactory>(),
-        std::make_shared<protocol::TBinaryProtocolFactory>(kMaxRpcStringBytes,
-                                                           kMaxRpcContainerItems, false, true),
-        threads);
+        multiplexer_, socket_,
+        std::make_shared<RequestDeadlineTransportFactory>(
+            std::chrono::milliseconds(options_.idleTimeoutMs),
+            std::chrono::milliseconds(options_.requestTimeoutMs)),
+        std::make_shared<transport::TBufferedTransportFactory>(), protocols, protocols, threads);
 
     auto ready = std::make_shared<std::promise<void>>();
     auto readyFuture = ready->get_future();
@@ -237,8 +258,16 @@ void RpcServer::start() {
             HOST_LOG(spdlog::level::err, "RPC server stopped; Reason: {}", error.what());
             try {
                 ready->set_exception(std::current_exception());
+                return;
             } catch (const std::future_error&) {
-                // Already serving when it failed; the log line is all there is to say.
+                // Already serving when it failed: that is the end of serving, reported below.
+            }
+        }
+        if (!stopping_) {
+            HOST_LOG(spdlog::level::critical, "RPC serving on {} ended without a stop request",
+                     bound_.str());
+            if (options_.onServingEnded) {
+                options_.onServingEnded();
             }
         }
     });
@@ -253,6 +282,7 @@ void RpcServer::start() {
 }
 
 void RpcServer::stop() {
+    stopping_ = true;
     if (server_) {
         server_->stop();
         if (thread_.joinable()) {

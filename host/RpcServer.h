@@ -1,14 +1,18 @@
 #pragma once
 // The host's "RpcServer": one Thrift server multiplexing every processor a module registers.
 
+#include <sys/types.h>
 #include <thrift/processor/TMultiplexedProcessor.h>
 #include <thrift/server/TThreadPoolServer.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,7 +22,7 @@
 
 namespace helion::host {
 
-class PreboundServerSocket;
+class ServerSocket;
 
 /// Longest string a request may carry. The binary protocol sizes a string's buffer from the length
 /// the message announces, before any of it arrives: unbounded, four bytes from a client would make
@@ -31,12 +35,22 @@ inline constexpr int32_t kMaxRpcContainerItems = 64 * 1024;
 
 struct RpcServerOptions {
     Endpoint endpoint;
-    /// Connections served at once; further ones wait for a free worker.
+    /// A listening socket handed over by the service manager; used instead of binding endpoint.
+    int listenFd = -1;
+    /// Connections served at once; up to queue more wait for a free worker, further ones are
+    /// closed at once.
     std::size_t workers = 8;
+    std::size_t queue = 8;
     /// A connection idle this long is dropped, so idle clients cannot hold every worker.
     int idleTimeoutMs = 60000;
+    /// A request must arrive whole within this long of its first byte.
+    int requestTimeoutMs = 30000;
     /// Refuse a socket directory that others can enter (the default location) instead of warning.
     bool requirePrivateDirectory = false;
+    /// Give the Unix socket to this group (mode 0660) instead of the user alone (0600).
+    std::optional<gid_t> socketGroup;
+    /// Called on the serving thread when serving ends without stop() (the listener broke).
+    std::function<void()> onServingEnded;
 };
 
 class RpcServer : public corvid::IRpcServer {
@@ -52,8 +66,8 @@ public:
     void registerProcessor(const char* name,
                            std::shared_ptr<apache::thrift::TProcessor>& processor) override;
 
-    /// Takes the endpoint: prepares the socket directory, replaces a stale socket, binds.
-    /// Throws StartupError (see ModuleLibrary.h) with a one-line reason.
+    /// Takes the endpoint: prepares the socket directory, replaces a stale socket, binds (or adopts
+    /// the handed-over socket). Throws StartupError (see ModuleLibrary.h) with a one-line reason.
     void bind();
     /// Serves on background threads; returns once connections are accepted. Requires bind().
     void start();
@@ -70,12 +84,13 @@ private:
     RpcServerOptions options_;
     Endpoint bound_;
     std::shared_ptr<apache::thrift::TMultiplexedProcessor> multiplexer_;
-    std::shared_ptr<PreboundServerSocket> socket_;
+    std::shared_ptr<ServerSocket> socket_;
     std::shared_ptr<apache::thrift::server::TThreadPoolServer> server_;
     std::thread thread_;
     mutable std::mutex mutex_;
     std::vector<std::string> names_;
     bool serving_ = false;
+    std::atomic<bool> stopping_{false};
     bool ownsSocketFile_ = false;
 };
 

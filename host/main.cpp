@@ -1,12 +1,20 @@
 // helion-host: the reference host process for the HelionPromote module.
+#include <grp.h>
 #include <signal.h>
 #include <spdlog/spdlog.h>
+#include <sys/socket.h>
+#include <systemd/sd-daemon.h>
 #include <thrift/TOutput.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <optional>
+#include <stdexcept>
+#include <vector>
 
 #include "host/Endpoint.h"
 #include "host/Host.h"
@@ -18,6 +26,10 @@ namespace {
 
 constexpr int kExitStartup = 1;
 constexpr int kExitUsage = 2;
+/// Serving ended by itself; a supervisor should start the host again.
+constexpr int kExitServingEnded = 3;
+
+std::atomic<bool> servingEnded{false};
 
 int fail(const std::string& message, int code = kExitStartup) {
     std::cerr << "helion-host: error: " << message << std::endl;
@@ -26,6 +38,35 @@ int fail(const std::string& message, int code = kExitStartup) {
 
 void logThriftDiagnostic(const char* text) {
     HOST_LOG(spdlog::level::warn, "thrift: {}", text != nullptr ? text : "");
+}
+
+std::optional<gid_t> groupId(const std::string& name) {
+    std::vector<char> buffer(16384);
+    group entry{};
+    group* found = nullptr;
+    if (::getgrnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found) != 0 ||
+        found == nullptr) {
+        return std::nullopt;
+    }
+    return found->gr_gid;
+}
+
+/// The listening socket the service manager passed (socket activation): -1 when none, throws
+/// when what was passed cannot be served.
+int activatedSocket() {
+    // 1: the variables go, so programs the module starts do not think they were passed sockets.
+    const int count = sd_listen_fds(1);
+    if (count < 0) {
+        throw std::runtime_error(std::string("cannot take the passed sockets: ") +
+                                 std::strerror(-count));
+    }
+    if (count == 0) {
+        return -1;
+    }
+    if (count > 1 || sd_is_socket(SD_LISTEN_FDS_START, AF_UNSPEC, SOCK_STREAM, 1) <= 0) {
+        throw std::runtime_error("expected one listening stream socket from the service manager");
+    }
+    return SD_LISTEN_FDS_START;
 }
 
 }  // namespace
@@ -41,14 +82,24 @@ int main(int argc, char** argv) {
     std::vector<std::string> events;
     std::string levelName = "info";
     std::string logFile;
+    std::string socketGroup;
+    int requestTimeout = 30;
+    LoggingOptions logging;
     app.add_option(
         "-m,--module", modulePath,
         "Module library to load (default: ../lib beside this program, then the build tree)");
     app.add_option("-l,--listen", listen,
                    "RPC endpoint: unix:PATH or tcp:127.0.0.1:PORT (default: unix:" +
                        defaultSocketPath() + ")");
-    app.add_option("-w,--workers", workers, "RPC connections served at once")
+    app.add_option("--socket-group", socketGroup,
+                   "Let this group use the Unix socket too (mode 0660 instead of 0600)");
+    app.add_option("-w,--workers", workers,
+                   "RPC connections served at once; as many more may wait, others are closed")
         ->check(CLI::Range(1, 256))
+        ->capture_default_str();
+    app.add_option("--request-timeout", requestTimeout,
+                   "Seconds a request may take to arrive from its first byte")
+        ->check(CLI::Range(1, 3600))
         ->capture_default_str();
     app.add_option("--http", http, "Also serve HTTP on ADDRESS:PORT (loopback only)");
     app.add_option("-e,--event", events, "Deliver TOPIC=CONTENT to the module once it is loaded")
@@ -56,7 +107,15 @@ int main(int argc, char** argv) {
     app.add_option("--log-level", levelName, "trace|debug|info|warn|err|critical|off")
         ->check(CLI::IsMember({"trace", "debug", "info", "warn", "err", "critical", "off"}))
         ->capture_default_str();
-    app.add_option("--log-file", logFile, "Also log to this file, rotated at 10 MiB, 3 kept");
+    app.add_option("--log-file", logFile,
+                   "Also log to this file (created 0600; SIGHUP reopens it)");
+    app.add_option("--log-max-size", logging.fileMaxBytes, "Rotate the log file at this size")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(std::size_t{1024}, std::size_t{1} << 40))
+        ->default_str("10MiB");
+    app.add_option("--log-max-files", logging.fileCount, "Rotated log files kept")
+        ->check(CLI::Range(std::size_t{1}, std::size_t{100}))
+        ->capture_default_str();
     app.set_version_flag("--version", HELION_HOST_VERSION);
 
     try {
@@ -71,6 +130,13 @@ int main(int argc, char** argv) {
     HostOptions options;
     options.modulePath = modulePath;
     options.workers = workers;
+    options.requestTimeoutMs = requestTimeout * 1000;
+    if (!socketGroup.empty()) {
+        options.socketGroup = groupId(socketGroup);
+        if (!options.socketGroup) {
+            return fail("unknown group '" + socketGroup + "'", kExitUsage);
+        }
+    }
     try {
         if (!listen.empty()) {
             options.listen = parseEndpoint(listen);
@@ -89,7 +155,6 @@ int main(int argc, char** argv) {
         options.events.emplace_back(event.substr(0, equals), event.substr(equals + 1));
     }
 
-    LoggingOptions logging;
     logging.level = *parseLevel(levelName);
     logging.file = logFile;
     try {
@@ -100,15 +165,26 @@ int main(int argc, char** argv) {
 
     apache::thrift::GlobalOutput.setOutputFunction(logThriftDiagnostic);
 
+    try {
+        options.listenFd = activatedSocket();
+    } catch (const std::exception& error) {
+        return fail(error.what());
+    }
+
     // Every thread started from here on inherits the mask; only sigwait below takes the signals.
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGHUP);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     // A client that hangs up mid-reply must not end the host.
     signal(SIGPIPE, SIG_IGN);
 
+    options.onServingEnded = [] {
+        servingEnded = true;
+        ::kill(::getpid(), SIGTERM);
+    };
     Host host(options);
     try {
         host.start();
@@ -120,10 +196,28 @@ int main(int argc, char** argv) {
         return fail(error.what());
     }
 
+    sd_notifyf(0, "READY=1\nSTATUS=Serving RPC on %s", host.rpcEndpoint().str().c_str());
+
     int received = 0;
-    sigwait(&stopSignals, &received);
-    HOST_LOG(spdlog::level::info, "received {}, shutting down", strsignal(received));
+    for (;;) {
+        sigwait(&signals, &received);
+        if (received != SIGHUP) {
+            break;
+        }
+        // Log rotation: the old file has been moved away; write to a new one under the name.
+        if (const auto failure = reopenLogFile()) {
+            HOST_LOG(spdlog::level::err, "cannot reopen the log file; Reason: {}", *failure);
+        } else {
+            HOST_LOG(spdlog::level::info, "received {}, log file reopened", strsignal(received));
+        }
+    }
+    sd_notify(0, "STOPPING=1");
+    if (servingEnded) {
+        HOST_LOG(spdlog::level::critical, "RPC serving ended; exiting for a restart");
+    } else {
+        HOST_LOG(spdlog::level::info, "received {}, shutting down", strsignal(received));
+    }
     host.shutdown();
     HOST_LOG(spdlog::level::info, "host stopped");
-    return 0;
+    return servingEnded ? kExitServingEnded : 0;
 }

@@ -1,0 +1,104 @@
+#include "host/RequestDeadline.h"
+
+#include <thrift/transport/TBufferTransports.h>
+#include <thrift/transport/TSocket.h>
+#include <thrift/transport/TTransportException.h>
+#include <thrift/transport/TVirtualTransport.h>
+
+#include <algorithm>
+
+#include "host/HostLog.h"
+
+namespace helion::host {
+
+using apache::thrift::transport::TSocket;
+using apache::thrift::transport::TTransport;
+using apache::thrift::transport::TTransportException;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+/// Sits above the buffer so that it sees where a request ends: the processor calls readEnd()
+/// once it has read all of one.
+class RequestDeadlineTransport
+    : public apache::thrift::transport::TVirtualTransport<RequestDeadlineTransport> {
+public:
+    RequestDeadlineTransport(std::shared_ptr<TSocket> socket, std::chrono::milliseconds idle,
+                             std::chrono::milliseconds deadline)
+        : socket_(std::move(socket)),
+          buffered_(std::make_shared<apache::thrift::transport::TBufferedTransport>(socket_)),
+          idle_(idle),
+          deadline_(deadline) {}
+
+    bool isOpen() const override { return buffered_->isOpen(); }
+    bool peek() override { return buffered_->peek(); }
+    void open() override { buffered_->open(); }
+    void close() override { buffered_->close(); }
+    const std::string getOrigin() const override { return buffered_->getOrigin(); }
+
+    uint32_t read(uint8_t* buf, uint32_t len) {
+        if (started_) {
+            const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(endsAt_ - Clock::now());
+            if (left.count() <= 0) {
+                expired();
+            }
+            socket_->setRecvTimeout(static_cast<int>(std::min(left, idle_).count()));
+        }
+        uint32_t got = 0;
+        try {
+            got = buffered_->read(buf, len);
+        } catch (const TTransportException& error) {
+            if (started_ && error.getType() == TTransportException::TIMED_OUT &&
+                Clock::now() >= endsAt_) {
+                expired();
+            }
+            throw;
+        }
+        if (!started_ && got > 0) {
+            started_ = true;
+            endsAt_ = Clock::now() + deadline_;
+        }
+        return got;
+    }
+
+    uint32_t readEnd() override {
+        if (started_) {
+            started_ = false;
+            socket_->setRecvTimeout(static_cast<int>(idle_.count()));
+        }
+        return buffered_->readEnd();
+    }
+
+    void write(const uint8_t* buf, uint32_t len) { buffered_->write(buf, len); }
+    uint32_t writeEnd() override { return buffered_->writeEnd(); }
+    void flush() override { buffered_->flush(); }
+
+private:
+    [[noreturn]] void expired() {
+        HOST_LOG(spdlog::level::warn,
+                 "dropping a connection: its request took longer than {} ms to arrive",
+                 deadline_.count());
+        throw TTransportException(TTransportException::TIMED_OUT, "request deadline passed");
+    }
+
+    std::shared_ptr<TSocket> socket_;
+    std::shared_ptr<TTransport> buffered_;
+    std::chrono::milliseconds idle_;
+    std::chrono::milliseconds deadline_;
+    bool started_ = false;
+    Clock::time_point endsAt_{};
+};
+
+}  // namespace
+
+std::shared_ptr<TTransport> RequestDeadlineTransportFactory::getTransport(
+    std::shared_ptr<TTransport> trans) {
+    auto socket = std::dynamic_pointer_cast<TSocket>(trans);
+    if (!socket) {
+        return std::make_shared<apache::thrift::transport::TBufferedTransport>(trans);
+    }
+    return std::make_shared<RequestDeadlineTransport>(std::move(socket), idle_, deadline_);
+}
+
+}  // namespace helion::host
