@@ -1,7 +1,10 @@
 """Runs helion-host, helion-promote and helion-portal as separate processes for the end-to-end tests.
 
-Paths come from the environment that ctest sets (see CMakeLists.txt next to this file).
+Paths come from the environment that ctest sets (see CMakeLists.txt next to this file). Nothing here
+waits without a deadline, and every host started dies with the test process, however that ends.
 """
+import atexit
+import ctypes
 import json
 import os
 import re
@@ -36,6 +39,15 @@ LIFECYCLE_LINES = [
 ]
 
 
+# Once one host failed to answer, the product is broken: the next starts fail at once, not slowly.
+_broken = []
+_started = []
+
+
+def _die_with_parent():
+    ctypes.CDLL(None, use_errno=True).prctl(1, signal.SIGKILL)  # PR_SET_PDEATHSIG
+
+
 def run(*args, env=None, cwd=None):
     """Runs a tool; returns the CompletedProcess with text stdout and stderr."""
     return subprocess.run(list(args), capture_output=True, text=True, timeout=CALL_TIMEOUT,
@@ -58,27 +70,34 @@ class Host:
     """One helion-host child process. Its log goes to a file, never a pipe: the diagnosis tool
     it may launch inherits the descriptors and would keep a pipe open."""
 
-    def __init__(self, workdir, module=TEST_MODULE, listen=None, extra=(), env=None):
+    def __init__(self, workdir, module=TEST_MODULE, listen=None, extra=(), env=None, wrapper=(),
+                 program=HOST):
         self.workdir = workdir
         self.socket = os.path.join(workdir, "promote.sock")
         self.listen = listen if listen is not None else "unix:" + self.socket
         self.log_path = os.path.join(workdir, "host-%d.log" % id(self))
-        args = [HOST, "--module", module, "--log-level", "debug"]
-        if self.listen:
-            args += ["--listen", self.listen]
+        args = list(wrapper) + [program, "--log-level", "debug"]
+        args += ["--module", module] if module else []
+        args += ["--listen", self.listen] if self.listen else []
         self.args = args + list(extra)
         self.env = env
         self.process = None
         self.endpoint = None
         self.http_port = None
 
-    def start(self, expect_ready=True):
+    def launch(self):
         with open(self.log_path, "wb") as log:
             self.process = subprocess.Popen(self.args, stdout=log, stderr=log, env=self.env,
-                                            stdin=subprocess.DEVNULL, start_new_session=True)
+                                            stdin=subprocess.DEVNULL, start_new_session=True,
+                                            preexec_fn=_die_with_parent)
+        _started.append(self)
+
+    def start(self, expect_ready=True):
+        if _broken:
+            raise AssertionError("an earlier host did not answer:\n" + _broken[0])
+        self.launch()
         if not expect_ready:
-            self.process.wait(timeout=START_TIMEOUT)
-            return self.process.returncode
+            return self.process.wait(timeout=START_TIMEOUT)
         deadline = time.monotonic() + START_TIMEOUT
         while time.monotonic() < deadline:
             text = self.log()
@@ -87,12 +106,22 @@ class Host:
                 self.endpoint = found.group(1)
                 http = re.search(r"serving HTTP on [^:]+:(\d+)", text)
                 self.http_port = int(http.group(1)) if http else None
-                return None
+                return self.probe()
             if self.process.poll() is not None:
                 raise AssertionError("helion-host exited with %d:\n%s" %
                                      (self.process.returncode, text))
             time.sleep(0.05)
         raise AssertionError("helion-host did not come up:\n" + self.log())
+
+    def probe(self):
+        """A host that says it serves must answer at once."""
+        try:
+            answered = promote(self.endpoint, "--timeout", "10", "ping").returncode == 0
+        except subprocess.TimeoutExpired:
+            answered = False
+        if not answered:
+            _broken.append(self.log())
+            raise AssertionError("helion-host serves but does not answer:\n" + self.log())
 
     def stop(self, sig=signal.SIGTERM):
         """Signals the host and returns its exit status."""
@@ -106,18 +135,20 @@ class Host:
     def reap(self):
         if self.process is None:
             return
-        if self.process.poll() is None:
-            self.process.kill()
-            self.process.wait()
-        # A diagnosis tool the host launched stays in the host's process group.
-        try:
-            os.killpg(self.process.pid, signal.SIGKILL)
-        except (ProcessLookupError, PermissionError):
-            pass
+        # Whatever the host launched (the diagnosis tool) stays in the host's process group.
+        for kill in (lambda: os.killpg(self.process.pid, signal.SIGKILL), self.process.kill):
+            try:
+                kill()
+            except (ProcessLookupError, PermissionError):
+                pass
+        self.process.wait(timeout=START_TIMEOUT)
 
     def log(self):
         with open(self.log_path, encoding="utf-8", errors="replace") as log:
             return log.read()
+
+
+atexit.register(lambda: [host.reap() for host in _started])
 
 
 class HostTestCase(unittest.TestCase):
@@ -143,12 +174,7 @@ class SharedHostTestCase(unittest.TestCase):
     def setUpClass(cls):
         cls.tmp = tempfile.mkdtemp(prefix="helion-e2e-")
         cls.host = Host(cls.tmp, extra=cls.host_extra)
-        try:
-            cls.host.start()
-        except Exception:
-            cls.host.reap()
-            shutil.rmtree(cls.tmp, ignore_errors=True)
-            raise
+        cls.host.start()  # on failure the host is reaped at exit
 
     @classmethod
     def tearDownClass(cls):
