@@ -1,16 +1,22 @@
 """Faults against a running helion-host: errors that escape an operation come back as exception
-replies, broken packages and pathological requests get their envelopes, and the host keeps
-serving throughout and stops cleanly."""
+replies, broken packages and pathological requests get their envelopes, hostile local callers
+(descriptor exhaustion, floods of idle or slow connections) do not stop it serving, and it stops
+cleanly. Runs in a private PID namespace: it starts the diagnosis tool."""
 import json
 import os
+import resource
+import signal
 import socket
+import stat
 import struct
 import sys
+import time
 import unittest
 
 sys.path.insert(0, os.path.join(os.environ["HELION_SOURCE_DIR"], "tests", "host"))
 
-from hostfixture import PORTAL_ROOT, PY_GEN_DIR, SharedHostTestCase, portal  # noqa: E402
+from hostfixture import (PORTAL_ROOT, PY_GEN_DIR, HostTestCase, SharedHostTestCase,  # noqa: E402
+                         portal, promote)
 
 sys.path.insert(0, PY_GEN_DIR)
 
@@ -21,6 +27,7 @@ from thrift.transport import TSocket, TTransport  # noqa: E402
 from helion_promote import SdpPromoteService  # noqa: E402
 
 DEV_PRIVATE_KEY = os.environ["HELION_DEV_PRIVATE_KEY"]
+TOOL = os.path.join(os.environ["HELION_TEST_RESOURCES_DIR"], "bin", "HelionDiagnosisTool")
 
 
 def resident_kb(pid):
@@ -107,6 +114,81 @@ class HostFaults(SharedHostTestCase):
         huge_list = json.dumps({"portalDirs": ["absent-%d" % i for i in range(20000)]})
         self.assertEqual(self.code(self.service.delPortalDir(huge_list)), 0)
         self.assertIs(self.service.IsRpcStatusNormal(), True)
+
+
+def connect(path, count):
+    connections = []
+    for _ in range(count):
+        client = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        client.settimeout(5)
+        client.connect(path)
+        connections.append(client)
+    return connections
+
+
+def closed_by_peer(connection):
+    try:
+        return connection.recv(1) == b""
+    except (socket.timeout, ConnectionResetError):
+        return False
+
+
+class HostileCallers(HostTestCase):
+    def fds(self, host):
+        return os.listdir("/proc/%d/fd" % host.process.pid)
+
+    def test_descriptors_are_private_and_a_killed_host_leaves_nothing_behind(self):
+        os.makedirs(os.path.dirname(TOOL), exist_ok=True)
+        with open(TOOL, "w") as handle:
+            handle.write("#!/bin/sh\nexec sleep 60\n")
+        os.chmod(TOOL, 0o755)
+        self.addCleanup(os.remove, TOOL)
+        host = self.start_host(extra=("--http", "127.0.0.1:0", "--log-file",
+                                      os.path.join(self.tmp, "host.log")))
+        self.addCleanup(lambda clients: [c.close() for c in clients], connect(host.socket, 3))
+        time.sleep(0.2)
+        for fd in self.fds(host):
+            with open("/proc/%d/fdinfo/%s" % (host.process.pid, fd)) as info:
+                flags = next(int(line.split()[1], 8) for line in info if line.startswith("flags:"))
+            self.assertTrue(int(fd) < 3 or flags & os.O_CLOEXEC,
+                            "%s: %s" % (fd, os.readlink("/proc/%d/fd/%s" % (host.process.pid, fd))))
+        self.assertEqual(promote(host.endpoint, "start-diagnosis-tool").returncode, 0)
+        os.kill(host.process.pid, signal.SIGKILL)
+        host.process.wait(timeout=20)
+        self.start_host()
+
+    def test_descriptor_exhaustion_and_connection_floods_do_not_stop_serving(self):
+        host = self.start_host(extra=("--workers", "2"))
+        soft, hard = resource.prlimit(host.process.pid, resource.RLIMIT_NOFILE)
+        resource.prlimit(host.process.pid, resource.RLIMIT_NOFILE, (len(self.fds(host)) + 2, hard))
+        flood = connect(host.socket, 6)
+        time.sleep(1)
+        self.assertIn("accept() failed: Too many open files", host.log())
+        for connection in flood:
+            connection.close()
+        resource.prlimit(host.process.pid, resource.RLIMIT_NOFILE, (soft, hard))
+        # Two workers and a queue of eight: the eleventh connection and later ones are closed.
+        flood = connect(host.socket, 14)
+        self.assertEqual([closed_by_peer(c) for c in flood[10:]], [True] * 4)
+        for connection in flood:
+            connection.close()
+        self.assertEqual(promote(host.endpoint, "ping").returncode, 0)
+        self.assertIn("accepting connections again", host.log())
+        self.assertEqual(host.stop(), 0)
+
+    def test_slow_clients_are_dropped_at_the_request_deadline(self):
+        host = self.start_host(extra=("--workers", "1", "--request-timeout", "2"))
+        slow = connect(host.socket, 1)[0]
+        self.addCleanup(slow.close)
+        slow.settimeout(1)
+        # A call header announcing a 100-byte method name, then one byte of it a second.
+        slow.sendall(struct.pack(">Ii", 0x80010001, 100))
+        started = time.monotonic()
+        while time.monotonic() - started < 10 and not closed_by_peer(slow):
+            slow.sendall(b"a")
+        self.assertLess(time.monotonic() - started, 10, "a slow client held the worker")
+        self.assertIn("its request took longer than 2000 ms", host.log())
+        self.assertEqual(promote(host.endpoint, "ping").returncode, 0)
 
 
 if __name__ == "__main__":
