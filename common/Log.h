@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <exception>
+#include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "corvid/Logger.h"
@@ -26,6 +28,29 @@ void reportSpdlogFailure(const char* module, const char* function, uint64_t line
 void reportStdFailure(const char* module, const char* function, uint64_t line,
                       const std::exception& error) noexcept;
 void reportUnknownFailure() noexcept;
+
+/// Text that came from outside (request fields, paths, archive entry names, command output) as it
+/// is logged: control characters are written as escapes, so that no caller can end a log line
+/// and forge the next one.
+struct LoggedText {
+    std::string_view text;
+};
+
+/// Strings are logged as LoggedText; every other argument as it is.
+template <typename T>
+decltype(auto) loggable(T&& value) {
+    using Plain = std::decay_t<T>;
+    if constexpr (std::is_array_v<std::remove_reference_t<T>> &&
+                  std::is_convertible_v<Plain, const char*>) {
+        return LoggedText{std::string_view(value)};
+    } else if constexpr (std::is_pointer_v<Plain> && std::is_convertible_v<Plain, const char*>) {
+        return LoggedText{value != nullptr ? std::string_view(value) : std::string_view()};
+    } else if constexpr (std::is_convertible_v<const Plain&, std::string_view>) {
+        return LoggedText{std::string_view(value)};
+    } else {
+        return std::forward<T>(value);
+    }
+}
 }  // namespace detail
 
 /// Logs through Logger::GetInstancePtr(); whatever logging throws is reported on stderr and
@@ -35,7 +60,7 @@ void guardedLog(spdlog::level::level_enum level, const char* module, const char*
                 uint64_t line, const char* fmt, Args&&... args) noexcept {
     try {
         detail::sharedLogger()->log(level, module, function, line, fmt,
-                                    std::forward<Args>(args)...);
+                                    detail::loggable(std::forward<Args>(args))...);
     } catch (const spdlog::spdlog_ex& error) {
         detail::reportSpdlogFailure(module, function, line, error);
     } catch (const std::exception& error) {
@@ -46,6 +71,41 @@ void guardedLog(spdlog::level::level_enum level, const char* module, const char*
 }
 
 }  // namespace corvid::logging
+
+template <>
+struct fmt::formatter<corvid::logging::detail::LoggedText> {
+    constexpr auto parse(format_parse_context& context) { return context.begin(); }
+
+    template <typename FormatContext>
+    auto format(const corvid::logging::detail::LoggedText& logged, FormatContext& context) const {
+        static constexpr char kHex[] = "0123456789abcdef";
+        auto out = context.out();
+        for (const char c : logged.text) {
+            const auto byte = static_cast<unsigned char>(c);
+            if (byte >= 0x20 && byte != 0x7f) {
+                *out++ = c;
+                continue;
+            }
+            *out++ = '\\';
+            switch (c) {
+                case '\n':
+                    *out++ = 'n';
+                    break;
+                case '\r':
+                    *out++ = 'r';
+                    break;
+                case '\t':
+                    *out++ = 't';
+                    break;
+                default:
+                    *out++ = 'x';
+                    *out++ = kHex[byte >> 4];
+                    *out++ = kHex[byte & 0xf];
+            }
+        }
+        return out;
+    }
+};
 
 // The format is part of the variadic arguments so that a call without placeholders stays valid
 // under -Wpedantic.

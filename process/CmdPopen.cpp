@@ -1,12 +1,17 @@
 #include "process/CmdPopen.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 
+#include "common/FileDescriptor.h"
 #include "common/Log.h"
+#include "process/ShellSpawn.h"
 
 namespace corvid::process::macos::details {
 namespace {
@@ -14,11 +19,35 @@ namespace {
 // Every line of the runner is logged under this name, whatever the C++ function is called.
 constexpr const char* kLogName = "ExecuteCmd";
 
-// Closes a pipe only on an early exit; the normal path calls pclose itself to read the status.
-struct PipeCloser {
-    void operator()(FILE* fp) const noexcept { pclose(fp); }
+// The read end of the child's output pipe, as a stdio stream so that lines come in whole.
+struct StreamCloser {
+    void operator()(FILE* stream) const noexcept { std::fclose(stream); }
 };
-using Pipe = std::unique_ptr<FILE, PipeCloser>;
+using Stream = std::unique_ptr<FILE, StreamCloser>;
+
+// Like popen(cmd, "r"), but the child keeps none of this process's other descriptors.
+// Returns 0 or the error number.
+int openCommand(const std::string& command, Stream& stream, pid_t& pid) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        return errno;
+    }
+    FileDescriptor readEnd(ends[0]);
+    FileDescriptor writeEnd(ends[1]);
+    if (const int error = spawnShell(command, writeEnd.get(), pid); error != 0) {
+        return error;
+    }
+    writeEnd.reset();
+    stream.reset(fdopen(readEnd.get(), "r"));
+    if (!stream) {
+        const int error = errno;
+        readEnd.reset();
+        waitForChild(pid);
+        return error;
+    }
+    readEnd.release();
+    return 0;
+}
 
 }  // namespace
 
@@ -26,9 +55,9 @@ bool cmdPopen(const std::string& cmd, std::string& out) {
     HP_LOG_AT(spdlog::level::debug, kLogName, __LINE__, "ExecuteCmd cmd : {}", cmd);
 
     const std::string command = cmd;
-    Pipe pipe(popen(command.c_str(), "r"));
-    if (!pipe) {
-        const int error = errno;
+    Stream pipe;
+    pid_t child = -1;
+    if (const int error = openCommand(command, pipe, child); error != 0) {
         HP_LOG_AT(spdlog::level::err, kLogName, __LINE__,
                   "popen(cmd) fail,cmd:{}; Reason: errorno:{},msg:{}", cmd, error,
                   std::strerror(error));
@@ -50,7 +79,8 @@ bool cmdPopen(const std::string& cmd, std::string& out) {
         std::clearerr(pipe.get());
     }
 
-    const int status = pclose(pipe.release());
+    pipe.reset();
+    const int status = waitForChild(child);
     if (status == -1) {
         HP_LOG_AT(spdlog::level::err, kLogName, __LINE__,
                   "pclose(fp) fail, cmd:{}，; Reason: pclose exec failed", cmd);

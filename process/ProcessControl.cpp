@@ -5,13 +5,13 @@
 #include <array>
 #include <boost/algorithm/string/replace.hpp>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <regex>
 
 #include "common/Log.h"
 #include "process/CmdPopen.h"
+#include "process/ShellSpawn.h"
 
 namespace corvid::process::macos::details {
 namespace {
@@ -91,7 +91,9 @@ bool startwithHighPermission(const std::string& path) {
     const std::string cmd = programPath.string() + arguments + " &";
     HP_LOG(spdlog::level::info, "cmd:{}", cmd);
 
-    const int status = std::system(cmd.c_str());
+    // The shell's status as system() would give it, without handing the host's descriptors on.
+    pid_t shell = -1;
+    const int status = spawnShell(cmd, STDOUT_FILENO, shell) == 0 ? waitForChild(shell) : -1;
     // Only the shell's exit code counts; -1 has those bits set and fails.
     if ((status & 0xFF00) == 0) {
         return true;
