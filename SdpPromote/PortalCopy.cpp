@@ -1,9 +1,14 @@
 // copyPortalDir: move the static resource files of an unpacked portal below the portal root.
+#include <sys/stat.h>
+
 #include <boost/filesystem.hpp>
 #include <cctype>
+#include <set>
+#include <utility>
 
 #include "SdpPromote/PortalOperation.h"
 #include "SdpPromote/PortalPath.h"
+#include "SdpPromote/RegularFile.h"
 #include "common/Log.h"
 #include "http/ResponseStr.h"
 #include "model/CopyPortalDirReq.h"
@@ -40,13 +45,20 @@ void SdpPromoteServiceImpl::copyPortalDir(std::string& _return, const std::strin
     }
 
     // Errors thrown while walking the source reach the RPC layer unchanged.
-    copyPortalFileRecursion(req.srcDir, target);
+    std::set<std::pair<uint64_t, uint64_t>> visited;
+    const std::size_t failures = copyPortalFileRecursion(req.srcDir, target, visited);
 
-    ec.clear();
-    fs::remove_all(req.srcDir, ec);
-    if (ec) {
-        // A source left behind does not undo the copy.
-        portal::logFailure("copyPortalDir", __LINE__, SdpPromoteErrc::delFileError, ec);
+    if (failures > 0) {
+        // The caller's files are the only copy of what did not arrive: they stay where they are.
+        HP_LOG(spdlog::level::warn, "srcDir:{} is kept; Reason: {} file(s) not copied", req.srcDir,
+               failures);
+    } else {
+        ec.clear();
+        fs::remove_all(req.srcDir, ec);
+        if (ec) {
+            // A source left behind does not undo the copy.
+            portal::logFailure("copyPortalDir", __LINE__, SdpPromoteErrc::delFileError, ec);
+        }
     }
 
     HP_LOG(spdlog::level::info, "{}", "copyPortalDir success");
@@ -55,6 +67,22 @@ void SdpPromoteServiceImpl::copyPortalDir(std::string& _return, const std::strin
 
 void SdpPromoteServiceImpl::copyPortalFileRecursion(const std::string& src,
                                                     const std::string& dst) {
+    std::set<std::pair<uint64_t, uint64_t>> visited;
+    copyPortalFileRecursion(src, dst, visited);
+}
+
+std::size_t SdpPromoteServiceImpl::copyPortalFileRecursion(
+    const std::string& src, const std::string& dst,
+    std::set<std::pair<uint64_t, uint64_t>>& visited) {
+    struct stat status {};
+    if (::stat(src.c_str(), &status) == 0 &&
+        !visited.emplace(static_cast<uint64_t>(status.st_dev), static_cast<uint64_t>(status.st_ino))
+             .second) {
+        HP_LOG(spdlog::level::warn, "skip dir:{}; Reason: {}", src, "already copied on this walk");
+        return 0;
+    }
+    std::size_t failures = 0;
+
     boost::system::error_code ec;
     if (portal::isMissing(fs::status(dst, ec).type())) {
         HP_LOG(spdlog::level::info, "path:{} is not exists, will create", dst);
@@ -67,19 +95,21 @@ void SdpPromoteServiceImpl::copyPortalFileRecursion(const std::string& src,
         ec.clear();
         // Every subdirectory is entered, so one without matching files still appears, empty.
         if (fs::is_directory(fs::status(entry->path(), ec))) {
-            copyPortalFileRecursion(entry->path().string(), entryTarget);
+            failures += copyPortalFileRecursion(entry->path().string(), entryTarget, visited);
             continue;
         }
         if (!stringInList(name, copyFilter_)) {
             continue;
         }
-        ec.clear();
-        fs::copy_file(entry->path(), entryTarget, fs::copy_options::overwrite_existing, ec);
-        if (ec) {
-            portal::logFailure("copyPortalFileRecursion", __LINE__, SdpPromoteErrc::copyFileError,
-                               ec);
+        // Byte by byte, not with a kernel copy call, which refuses to cross file systems.
+        const std::string failure = portal::copyRegularFile(entry->path().string(), entryTarget);
+        if (!failure.empty()) {
+            HP_LOG(spdlog::level::warn, "{}; Reason: {}",
+                   sdpPromoteMessage(SdpPromoteErrc::copyFileError), failure);
+            ++failures;
         }
     }
+    return failures;
 }
 
 bool SdpPromoteServiceImpl::stringInList(const std::string& s,

@@ -25,7 +25,10 @@ void SdpPromoteServiceImpl::updatePortal(std::string& _return, const std::string
 
     const std::string target = joinPortalPath(root, req.portalDir);
 
-    if (!verifySignature(srcZip, signFile)) {
+    // Read once: what is extracted below is this buffer, the bytes the signature was checked on,
+    // whatever happens to the path meanwhile.
+    std::string package;
+    if (!verifySignature(srcZip, signFile, package)) {
         return portal::answerFailure(_return, "updatePortal", __LINE__,
                                      SdpPromoteErrc::verifySignatureError);
     }
@@ -50,7 +53,7 @@ void SdpPromoteServiceImpl::updatePortal(std::string& _return, const std::string
         return portal::answerCreateDirFailure(_return, "updatePortal", __LINE__, ec);
     }
 
-    if (!unZipToFile(srcZip, target)) {
+    if (!unZipToFile(srcZip, package, target)) {
         return portal::answerFailure(_return, "updatePortal", __LINE__,
                                      SdpPromoteErrc::decompressionError);
     }

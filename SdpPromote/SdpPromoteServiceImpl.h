@@ -4,7 +4,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "rpc/SdpPromoteService.h"
@@ -30,6 +32,10 @@ public:
     /// A new processor over a new implementation object.
     static std::shared_ptr<apache::thrift::TProcessor> getProcessor();
 
+    /// Largest package and signature files updatePortal reads, in bytes (build options).
+    static constexpr std::size_t kMaxPackageBytes = HELION_MAX_PACKAGE_BYTES;
+    static constexpr std::size_t kMaxSignatureBytes = HELION_MAX_SIGNATURE_BYTES;
+
 private:
     // Tests reach the helpers below through this accessor.
     friend struct SdpPromoteServiceImplAccess;
@@ -41,9 +47,23 @@ private:
     bool openPortalRequest(const char* function, std::string& result, const std::string& param,
                            std::string& root, Request& request);
     bool verifySignature(const std::string& zipPath, const std::string& signPath);
+    // The same check, handing out the package bytes that were verified: updatePortal extracts
+    // exactly those, never the path again.
+    bool verifySignature(const std::string& zipPath, const std::string& signPath,
+                         std::string& zipData);
     bool unZipToFile(const std::string& zipPath, const std::string& destDir);
+    // Extracts the archive held in zipData; zipPath only names it in the log.
+    bool unZipToFile(const std::string& zipPath, const std::string& zipData,
+                     const std::string& destDir);
     bool readFileContent(const std::string& path, std::string& out, bool binary);
+    // Reads only a regular file of at most limit bytes.
+    bool readFileContent(const std::string& path, std::string& out, bool binary, std::size_t limit);
     void copyPortalFileRecursion(const std::string& src, const std::string& dst);
+    // visited: the directories (device, inode) already entered on this walk. A link back up the
+    // tree, or a second link to a directory already copied, is not followed again, so any tree
+    // is copied in bounded time. Returns how many files failed to copy.
+    std::size_t copyPortalFileRecursion(const std::string& src, const std::string& dst,
+                                        std::set<std::pair<uint64_t, uint64_t>>& visited);
     bool stringInList(const std::string& s, const std::vector<std::string>& list);
 
     /// Extensions of the resource files copyPortalDir moves in.

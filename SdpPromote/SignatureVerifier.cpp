@@ -7,12 +7,10 @@
 #include <openssl/rsa.h>
 
 #include <boost/filesystem.hpp>
-#include <fstream>
-#include <iterator>
 #include <memory>
-#include <utility>
 
 #include "SdpPromote/BuildConstants.h"
+#include "SdpPromote/RegularFile.h"
 #include "SdpPromote/SdpPromoteServiceImpl.h"
 #include "common/Log.h"
 
@@ -107,51 +105,47 @@ bool rsa_sha256_verify(const std::string& verifyData, const std::string& signDat
 
 bool SdpPromoteServiceImpl::readFileContent(const std::string& path, std::string& out,
                                             bool binary) {
+    return readFileContent(path, out, binary, kMaxPackageBytes);
+}
+
+bool SdpPromoteServiceImpl::readFileContent(const std::string& path, std::string& out,
+                                            bool /*binary: no text mode here*/, std::size_t limit) {
     boost::system::error_code ec;
     const fs::file_type type = fs::status(path, ec).type();
     if (type == fs::file_not_found || type == fs::status_error || ec) {
         HP_LOG(spdlog::level::warn, "{} not exist; Reason: reason：{}", path, ec.message());
         return false;
     }
-    std::ifstream in(path, binary ? std::ios::in | std::ios::binary : std::ios::in);
-    if (!in.is_open()) {
+    // Whatever the path names is judged on the descriptor that is read, never by another look
+    // at the path: a pipe or a device is refused before a byte of it is taken.
+    const FileDescriptor file = portal::openForReading(path);
+    if (!file) {
         // The path is passed second and never shown: the line has always read this way.
         HP_LOG(spdlog::level::warn, "read failed; Reason: cann't open {}", "", path);
         return false;
     }
-    // One buffer of the file's size, read into directly: a package is tens of MiB, and a
-    // growing string stream would copy it several times and leave the copies in the worker
-    // thread's heap.
-    std::string content;
-    boost::system::error_code sizeError;
-    const boost::uintmax_t size = fs::file_size(path, sizeError);
-    if (!sizeError && size > 0 && size < content.max_size()) {
-        content.resize(static_cast<std::size_t>(size));
-        in.read(&content[0], static_cast<std::streamsize>(size));
-        content.resize(static_cast<std::size_t>(in.gcount()));
+    const std::string refused = portal::readRegularFile(file.get(), limit, out);
+    if (!refused.empty()) {
+        HP_LOG(spdlog::level::warn, "read:{} refused; Reason: {}", path, refused);
+        return false;
     }
-    // Whatever the size did not tell (a file that grew, a special file) is read on to its end.
-    if (in) {
-        try {
-            content.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-        } catch (const std::ios_base::failure&) {
-            // The file buffer throws on a read error (a directory opens but cannot be read); the
-            // content ends where reading stopped, and no exception may leave the check.
-        }
-    }
-    out = std::move(content);
     return true;
 }
 
 bool SdpPromoteServiceImpl::verifySignature(const std::string& zipPath,
                                             const std::string& signPath) {
-    std::string zipData;
-    if (!readFileContent(zipPath, zipData, true)) {
+    std::string verified;
+    return verifySignature(zipPath, signPath, verified);
+}
+
+bool SdpPromoteServiceImpl::verifySignature(const std::string& zipPath, const std::string& signPath,
+                                            std::string& zipData) {
+    if (!readFileContent(zipPath, zipData, true, kMaxPackageBytes)) {
         HP_LOG(spdlog::level::warn, "read:{} failed{}", zipPath, "");
         return false;
     }
     std::string signData;
-    if (!readFileContent(signPath, signData, true)) {
+    if (!readFileContent(signPath, signData, true, kMaxSignatureBytes)) {
         HP_LOG(spdlog::level::warn, "read:{} failed{}", signPath, "");
         return false;
     }

@@ -1,5 +1,6 @@
 // Unpacks a portal package below a directory. Entry names are trusted as they stand: the package
-// has passed the signature check before it gets here.
+// has passed the signature check before it gets here, and updatePortal extracts the very bytes
+// that were checked.
 #include <minizip/unzip.h>
 
 #include <boost/filesystem.hpp>
@@ -7,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "SdpPromote/MemoryArchive.h"
 #include "SdpPromote/SdpPromoteServiceImpl.h"
 #include "common/Log.h"
 #include "common/ScopeGuard.h"
@@ -15,6 +17,8 @@ namespace corvid {
 
 namespace {
 
+// Every line is logged under the operation's name, whichever way the archive was opened.
+constexpr const char* kFunction = "unZipToFile";
 constexpr std::size_t kCopyBufferSize = 1024;
 // Output files are written through a stdio buffer of this size: with the default one, every
 // few 1024-byte chunks cost a write call.
@@ -40,25 +44,27 @@ bool currentEntryName(unzFile zip, std::string& name) {
     return true;
 }
 
-}  // namespace
-
-bool SdpPromoteServiceImpl::unZipToFile(const std::string& zipPath, const std::string& destDir) {
-    unzFile zip = unzOpen(zipPath.c_str());
+// Walks every entry of an opened archive (zip may be null: it could not be opened).
+bool extractArchive(const std::string& zipPath, unzFile zip, const std::string& destDir) {
     if (zip == nullptr) {
-        HP_LOG(spdlog::level::warn, "Failed to open zip file:{}{}", zipPath, "");
+        HP_LOG_AT(spdlog::level::warn, kFunction, __LINE__, "Failed to open zip file:{}{}", zipPath,
+                  "");
         return false;
     }
     ScopeGuard closeZip([zip] { unzClose(zip); });
 
     unz_global_info globalInfo;
     if (unzGetGlobalInfo(zip, &globalInfo) != UNZ_OK) {
-        HP_LOG(spdlog::level::warn, "Failed to get global info of zip file:{}{}", zipPath, "");
+        HP_LOG_AT(spdlog::level::warn, kFunction, __LINE__,
+                  "Failed to get global info of zip file:{}{}", zipPath, "");
         return false;
     }
-    HP_LOG(spdlog::level::info, "Number of files in zip:{}", globalInfo.number_entry);
+    HP_LOG_AT(spdlog::level::info, kFunction, __LINE__, "Number of files in zip:{}",
+              globalInfo.number_entry);
 
     if (unzGoToFirstFile(zip) != UNZ_OK) {
-        HP_LOG(spdlog::level::warn, "Failed to go to first file in zip file:{}{}", zipPath, "");
+        HP_LOG_AT(spdlog::level::warn, kFunction, __LINE__,
+                  "Failed to go to first file in zip file:{}{}", zipPath, "");
         return false;
     }
 
@@ -68,12 +74,12 @@ bool SdpPromoteServiceImpl::unZipToFile(const std::string& zipPath, const std::s
     std::vector<char> outputBuffer(kOutputBufferSize);
     do {
         if (!currentEntryName(zip, name)) {
-            HP_LOG(spdlog::level::warn, "Failed to get current file info in zip file:{}{}", zipPath,
-                   "");
+            HP_LOG_AT(spdlog::level::warn, kFunction, __LINE__,
+                      "Failed to get current file info in zip file:{}{}", zipPath, "");
             continue;
         }
         if (Logger::GetInstancePtr()->level() <= spdlog::level::debug) {
-            HP_LOG(spdlog::level::debug, "Extracting file:{}", name);
+            HP_LOG_AT(spdlog::level::debug, kFunction, __LINE__, "Extracting file:{}", name);
         }
         const std::string outPath = destDir + "/" + name;
         // Directories appear only as parents of the files inside them.
@@ -85,14 +91,15 @@ bool SdpPromoteServiceImpl::unZipToFile(const std::string& zipPath, const std::s
         boost::system::error_code ec;
         boost::filesystem::create_directories(parent, ec);
         if (ec) {
-            HP_LOG(spdlog::level::warn, "Failed to create dir:{}; Reason: {}", parent.string(),
-                   ec.message());
+            HP_LOG_AT(spdlog::level::warn, kFunction, __LINE__,
+                      "Failed to create dir:{}; Reason: {}", parent.string(), ec.message());
             continue;
         }
 
         FILE* out = std::fopen(outPath.c_str(), "wb");
         if (out == nullptr) {
-            HP_LOG(spdlog::level::warn, "Failed to create file:{}{}", outPath, "");
+            HP_LOG_AT(spdlog::level::warn, kFunction, __LINE__, "Failed to create file:{}{}",
+                      outPath, "");
             continue;
         }
         ScopeGuard closeOut([out] { std::fclose(out); });
@@ -100,8 +107,8 @@ bool SdpPromoteServiceImpl::unZipToFile(const std::string& zipPath, const std::s
 
         if (unzOpenCurrentFile(zip) != UNZ_OK) {
             // The empty output file stays behind.
-            HP_LOG(spdlog::level::warn, "Failed to open current file in zip file:{}{}", zipPath,
-                   "");
+            HP_LOG_AT(spdlog::level::warn, kFunction, __LINE__,
+                      "Failed to open current file in zip file:{}{}", zipPath, "");
             continue;
         }
         // A read error ends the entry like its end does; the CRC check on close is not consulted.
@@ -112,6 +119,18 @@ bool SdpPromoteServiceImpl::unZipToFile(const std::string& zipPath, const std::s
         unzCloseCurrentFile(zip);
     } while (unzGoToNextFile(zip) == UNZ_OK);
     return true;
+}
+
+}  // namespace
+
+bool SdpPromoteServiceImpl::unZipToFile(const std::string& zipPath, const std::string& destDir) {
+    return extractArchive(zipPath, unzOpen(zipPath.c_str()), destDir);
+}
+
+bool SdpPromoteServiceImpl::unZipToFile(const std::string& zipPath, const std::string& zipData,
+                                        const std::string& destDir) {
+    portal::MemoryArchive archive(zipData);
+    return extractArchive(zipPath, archive.open(), destDir);
 }
 
 }  // namespace corvid
