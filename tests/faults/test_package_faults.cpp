@@ -125,8 +125,7 @@ TEST_F(PackageFaults, UnreadablePackageOrSignatureIsAVerificationFailureThatTouc
         EXPECT_EQ(envelope.message, "verify signature error");
         EXPECT_EQ(readFile((root_ / "web/old.css").string()), "old");
     }
-    // A directory reads as empty: as a signature that is the "null string" case.
-    EXPECT_TRUE(log_.contains("is null string"));
+    EXPECT_TRUE(log_.contains("read:" + directory + " refused; Reason: not a regular file"));
     EXPECT_TRUE(log_.contains(throughFile + " not exist; Reason: reason："));
     expectGoodUpdateStillWorks();
 }

@@ -1,0 +1,184 @@
+// What a hostile local caller hands the module: a package swapped after its check, devices,
+// pipes and oversized files, link loops, forged log lines; and what the programs the module
+// starts must not inherit from their host.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <boost/filesystem.hpp>
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "SdpPromote/SdpPromoteServiceImpl.h"
+#include "faults/FaultSupport.h"
+#include "portal/PortalFixture.h"
+#include "process/CmdPopen.h"
+#include "process/ProcessControl.h"
+
+namespace {
+
+using helion::test::parseEnvelope;
+using helion::test::readFile;
+namespace fs = boost::filesystem;
+using Service = corvid::SdpPromoteServiceImpl;
+
+class HostileInputs : public helion::test::PortalRootTest {
+protected:
+    int update(const std::string& zip, const std::string& sig, const std::string& dir = "web") {
+        service_.updatePortal(result_, helion::test::updateRequest({zip, sig}, dir));
+        return parseEnvelope(result_).code;
+    }
+    helion::test::SignedPackage package(const std::string& name, const std::string& index) {
+        return helion::test::signedPackage(scratch_, name, {{"index.html", index}});
+    }
+};
+
+TEST_F(HostileInputs, APackageSwappedAfterItsCheckIsNotWhatGetsInstalled) {
+    // Large enough that the check takes a while; the swap comes the moment the read closes.
+    const auto good = helion::test::signedPackage(
+        scratch_, "good.zip", {{"index.html", "signed"}, {"big.bin", std::string(8 << 20, 'x')}});
+    const std::string evil = scratch_.str() + "/evil.zip";
+    helion::test::writeZip(evil, {{"index.html", "unsigned"}, {"evil.html", "x"}});
+
+    const int watch = inotify_init1(IN_CLOEXEC);
+    ASSERT_GE(inotify_add_watch(watch, good.zip.c_str(), IN_CLOSE_NOWRITE), 0);
+    auto swapper = std::async(std::launch::async, [&] {
+        char event[sizeof(inotify_event) + NAME_MAX + 1];
+        if (read(watch, event, sizeof event) > 0) {
+            rename(evil.c_str(), good.zip.c_str());
+        }
+    });
+    EXPECT_EQ(update(good.zip, good.sig), 0);
+    swapper.wait();
+    close(watch);
+    EXPECT_EQ(readFile((root_ / "web/index.html").string()), "signed");
+    EXPECT_FALSE(fs::exists(root_ / "web/evil.html"));
+}
+
+TEST_F(HostileInputs, OnlyRegularFilesWithinTheLimitsAreRead) {
+    const auto good = package("good.zip", "new");
+    plant("web/index.html", "old");
+    const std::string fifo = scratch_.str() + "/fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const std::string bigZip = scratch_.str() + "/big.zip";
+    fs::copy_file(good.zip, bigZip);
+    fs::resize_file(bigZip, Service::kMaxPackageBytes + 1);  // sparse: nothing is written
+    const std::string longSig = scratch_.str() + "/long.sig";
+    std::ofstream(longSig, std::ios::binary)
+        << readFile(good.sig) << std::string(Service::kMaxSignatureBytes, 'x');
+    const std::string larger = "larger than ";
+
+    // A pipe nobody writes to would hold a reader forever; this writer ends any such wait.
+    std::atomic<bool> done{false};
+    std::thread unblock([&] {
+        for (int tick = 0; tick < 300 && !done; ++tick) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        const int writer = open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
+        if (writer >= 0) {
+            close(writer);
+        }
+    });
+    const struct {
+        std::string zip, sig, refused, reason;
+    } cases[] = {
+        {"/dev/zero", good.sig, "/dev/zero", "not a regular file"},
+        {fifo, good.sig, fifo, "not a regular file"},
+        {good.zip, fifo, fifo, "not a regular file"},
+        {bigZip, good.sig, bigZip, larger + std::to_string(Service::kMaxPackageBytes)},
+        {good.zip, longSig, longSig, larger + std::to_string(Service::kMaxSignatureBytes)},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.zip + " " + c.sig);
+        log_.clear();
+        EXPECT_EQ(update(c.zip, c.sig), 1);
+        EXPECT_TRUE(log_.contains("read:" + c.refused + " refused; Reason: " + c.reason));
+        EXPECT_TRUE(log_.contains("read:" + c.refused + " failed"));
+        EXPECT_EQ(readFile((root_ / "web/index.html").string()), "old");
+    }
+    done = true;
+    unblock.join();
+    EXPECT_EQ(update(good.zip, good.sig), 0);
+    EXPECT_EQ(readFile((root_ / "web/index.html").string()), "new");
+}
+
+TEST_F(HostileInputs, LinkedDirectoriesAreCopiedOnceAndLoopsEnd) {
+    const fs::path src = scratch_.path() / "src";
+    scratch_.write("src/a.css", "a");
+    scratch_.write("src/shared/b.css", "b");
+    fs::create_directory_symlink(".", src / "l1");
+    fs::create_directory_symlink(".", src / "l2");
+    fs::create_directory_symlink("shared", src / "again");
+    service_.copyPortalDir(result_, helion::test::copyRequest(src.string(), "web"));
+    EXPECT_EQ(parseEnvelope(result_).code, 0);
+    EXPECT_EQ(readFile((root_ / "web/a.css").string()), "a");
+    EXPECT_EQ(readFile((root_ / "web/shared/b.css").string()), "b");
+    EXPECT_FALSE(fs::exists(root_ / "web/l1/a.css"));
+    EXPECT_EQ(log_.matching("skip dir:").size(), 3u);
+}
+
+TEST_F(HostileInputs, RequestTextCannotForgeALogLine) {
+    service_.updatePortal(result_, R"({"srcZip":")" +
+                                       std::string("/x.zip\\n2026-11-22 10:00:00.000 "
+                                                   "[info] [HelionPromote] "
+                                                   "forged\\r\\t\\u0001") +
+                                       R"(","portalDir":"web","signFile":"/y.sig"})");
+    EXPECT_EQ(parseEnvelope(result_).code, 1);
+    EXPECT_TRUE(log_.contains(
+        R"(srcZip:/x.zip\n2026-11-22 10:00:00.000 [info] [HelionPromote] forged\r\t\x01, signFile:/y.sig after to local8bit)"));
+    for (const auto& line : log_.lines()) {
+        EXPECT_EQ(line.text.find_first_of("\n\r\x01"), std::string::npos) << line.text;
+    }
+}
+
+// What a shell run by the module holds: those of fds 3 to 9 and 77 it has open, its signal masks.
+// Builtins only: a shell waiting for a child of its own would show that wait's signal mask.
+constexpr const char* kReport =
+    "for fd in 3 4 5 6 7 8 9 77; do [ -e /proc/$$/fd/$fd ] && echo fd$fd; done; "
+    "while read -r key value; do case $key in SigBlk:|SigIgn:) echo $key$value;; esac; "
+    "done < /proc/$$/status";
+
+void expectNothingInherited(const std::string& report) {
+    SCOPED_TRACE(report);
+    EXPECT_EQ(report.find("fd"), std::string::npos);
+    const auto mask = [&](const std::string& name) {
+        const auto at = report.find(name + ":");
+        return at == std::string::npos ? ~0ull : std::stoull(report.substr(at + 7), nullptr, 16);
+    };
+    EXPECT_EQ(mask("SigBlk") & (1ull << (SIGTERM - 1)), 0u);
+    EXPECT_EQ(mask("SigIgn") & (1ull << (SIGPIPE - 1)), 0u);
+}
+
+// The host ignores SIGPIPE, blocks its stop signals and holds descriptors without close-on-exec;
+// none of that may reach a child.
+TEST(ChildProcesses, GetOnlyTheStandardStreamsAndDefaultSignals) {
+    const int leaked = dup2(open("/dev/null", O_RDONLY), 77);
+    ASSERT_EQ(leaked, 77);
+    signal(SIGPIPE, SIG_IGN);
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+
+    std::string out;
+    EXPECT_TRUE(corvid::process::macos::details::cmdPopen(kReport, out));
+    expectNothingInherited(out);
+
+    helion::test::TempDir dir;
+    const std::string tool = dir.write("tool", std::string("#!/bin/sh\nexec > $0.out.tmp\n") +
+                                                   kReport + "\nmv $0.out.tmp $0.out\n");
+    fs::permissions(tool, fs::owner_all);
+    EXPECT_TRUE(corvid::process::macos::details::startwithHighPermission(tool));
+    for (int tick = 0; tick < 600 && !fs::exists(tool + ".out"); ++tick) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    expectNothingInherited(readFile(tool + ".out"));
+    close(leaked);
+    pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
+}
+
+}  // namespace
