@@ -6,7 +6,7 @@ if(NOT HELION_BUILD_TOOLS)
 endif()
 set(HELION_DEB_RELEASE 1)
 set(HELION_DEB_VERSION "${PROJECT_VERSION}-${HELION_DEB_RELEASE}")
-set(HELION_DEB_CONTACT "Helion Dev <dev@helion.local>")
+set(HELION_DEB_CONTACT "Helion Dev <dev@helion.example>")
 
 file(STRINGS "${PROJECT_SOURCE_DIR}/packaging/changelog" changelog_top LIMIT_COUNT 1)
 if(NOT changelog_top MATCHES "^helion-promote \\(${HELION_DEB_VERSION}\\) ")
@@ -21,9 +21,14 @@ add_custom_command(OUTPUT "${changelog_gz}"
     DEPENDS "${PROJECT_SOURCE_DIR}/packaging/changelog"
     VERBATIM)
 set(generated "${changelog_gz}")
-foreach(component package IN ZIP_LISTS "runtime;development" "helion-promote;helion-promote-dev")
+set(components runtime development)
+set(packages helion-promote helion-promote-dev)
+foreach(component package IN ZIP_LISTS components packages)
     install(FILES "${PROJECT_SOURCE_DIR}/packaging/copyright" "${changelog_gz}"
         DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${package}" COMPONENT ${component})
+    install(FILES "${PROJECT_SOURCE_DIR}/packaging/${package}.lintian-overrides"
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/lintian/overrides" RENAME ${package}
+        COMPONENT ${component})
 endforeach()
 
 # Man pages from the programs' own --help, so they cannot drift from the options.
@@ -58,6 +63,7 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE ${HELION_DEB_RELEASE})
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${HELION_DEB_CONTACT}")
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_STRIP_FILES ON)
 # Library dependencies come from dpkg-shlibdeps; the logging library's own entry from the
 # shlibs file generated for it.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
@@ -66,6 +72,11 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME helion-promote)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION net)
+# ldconfig through the trigger; the scripts only let systemd see new or changed units.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+    "${PROJECT_SOURCE_DIR}/packaging/triggers"
+    "${PROJECT_SOURCE_DIR}/packaging/postinst"
+    "${PROJECT_SOURCE_DIR}/packaging/postrm")
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
     "portal management module of the zero-trust access client, with its host
 The HelionPromote module serves one Thrift RPC service that installs signed
