@@ -104,6 +104,30 @@ TEST_F(FilesystemFaults, AFullDiskTruncatesFilesSilentlyAndFreedSpaceIsUsableAga
     EXPECT_EQ(readFile((root_ / "web/a.css").string()), "a");
 }
 
+// The caller's files and the portal on different file systems, as with a tmpfs /tmp.
+TEST_F(FilesystemFaults, CopiesCrossFileSystemsWholeAndAFullTargetLosesNothing) {
+    mountTmpfs("size=1m");
+    const std::string src = scratch_.str() + "/src";
+    const std::string image = incompressible(300 << 10);
+    scratch_.write("src/img/big.png", image);
+    scratch_.write("src/a.css", "a");
+    plant("web/a.css", "old");
+    EXPECT_EQ(call(&Service::copyPortalDir, helion::test::copyRequest(src, "web")).code, 0);
+    EXPECT_EQ(readFile((root_ / "web/img/big.png").string()), image);
+    EXPECT_EQ(readFile((root_ / "web/a.css").string()), "a");
+    EXPECT_FALSE(fs::exists(src));
+
+    // Too large for what is left: no partial file in the portal, the old one stays, and the
+    // source keeps the only whole copy.
+    const std::string huge = incompressible(2 << 20);
+    scratch_.write("src/a.css", huge);
+    EXPECT_EQ(call(&Service::copyPortalDir, helion::test::copyRequest(src, "web")).code, 0);
+    EXPECT_TRUE(log_.contains("copy file error; Reason: No space left on device"));
+    EXPECT_EQ(readFile((root_ / "web/a.css").string()), "a");
+    EXPECT_EQ(std::distance(fs::directory_iterator(root_ / "web"), fs::directory_iterator()), 2);
+    EXPECT_EQ(readFile(src + "/a.css"), huge);
+}
+
 TEST_F(FilesystemFaults, NoInodesLeftIsCode9WithTheSystemsText) {
     mountTmpfs("size=1m,nr_inodes=16");
     for (int i = 0; i < 16; ++i) {
@@ -147,10 +171,11 @@ TEST_F(FilesystemFaults, AReadOnlyPortalRootChangesNothingAndOnlyCreationFailsTh
     const auto copy = call(&Service::copyPortalDir, helion::test::copyRequest(src, "fresh"));
     EXPECT_EQ(copy.code, 9);
     EXPECT_TRUE(fs::exists(src));
-    // Into an existing directory each copy fails alone, and the source is removed all the same.
+    // Into an existing directory each copy fails alone; the source keeps what did not arrive.
     EXPECT_EQ(call(&Service::copyPortalDir, helion::test::copyRequest(src, "web")).code, 0);
     EXPECT_TRUE(log_.contains("copy file error; Reason: Read-only file system"));
-    EXPECT_FALSE(fs::exists(src));
+    EXPECT_TRUE(log_.contains("srcDir:" + src + " is kept; Reason: 1 file(s) not copied"));
+    EXPECT_EQ(readFile(src + "/a.css"), "a");
 
     EXPECT_EQ(call(&Service::delPortalDir, helion::test::deleteRequest({"web"})).code, 0);
     EXPECT_EQ(readFile((root_ / "web/old.css").string()), "old");
