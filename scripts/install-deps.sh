@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages=(
     build-essential cmake pkg-config git
-    thrift-compiler libthrift-dev python3-thrift
+    thrift-compiler libthrift-dev python3-thrift python3-six
     librttr-dev rapidjson-dev libspdlog-dev libfmt-dev libcli11-dev
     libboost-dev libboost-filesystem-dev libboost-system-dev
     libminizip-dev zlib1g-dev libssl-dev openssl
