@@ -207,6 +207,10 @@ std::shared_ptr<TTransport> ServerSocket::acceptImpl() {
         if (fds[1].revents != 0) {
             throw TTransportException(TTransportException::INTERRUPTED, "interrupted");
         }
+        // A listener shut down or broken would report ready for ever without a connection.
+        if ((fds[0].revents & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
+            throw TTransportException(TTransportException::UNKNOWN, "listening socket broke");
+        }
         const int client = ::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
         if (client < 0) {
             const int error = errno;

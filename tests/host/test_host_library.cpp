@@ -1,6 +1,9 @@
 // The host library's own rules: endpoint syntax, the event bus, RPC registration.
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
+#include <chrono>
+#include <future>
 #include <stdexcept>
 
 #include "host/Endpoint.h"
@@ -14,39 +17,25 @@ namespace {
 using helion::host::Endpoint;
 using helion::host::parseEndpoint;
 
-TEST(Endpoint, AcceptsUnixAndTcpForms) {
-    const Endpoint unix = parseEndpoint("unix:/run/x/promote.sock");
-    EXPECT_EQ(unix.kind, Endpoint::Kind::Unix);
-    EXPECT_EQ(unix.path, "/run/x/promote.sock");
-
-    const Endpoint v4 = parseEndpoint("tcp:127.0.0.1:9090");
-    EXPECT_EQ(v4.kind, Endpoint::Kind::Tcp);
-    EXPECT_EQ(v4.address, "127.0.0.1");
-    EXPECT_EQ(v4.port, 9090);
-    EXPECT_EQ(v4.str(), "tcp:127.0.0.1:9090");
-
-    const Endpoint v6 = parseEndpoint("tcp:[::1]:0");
-    EXPECT_EQ(v6.address, "::1");
-    EXPECT_EQ(v6.str(), "tcp:[::1]:0");
-    EXPECT_EQ(parseEndpoint("tcp:localhost:1").address, "127.0.0.1");
-}
-
-TEST(Endpoint, RejectsMalformedText) {
-    for (const char* text : {"", "unix:", "udp:1.2.3.4:5", "tcp:127.0.0.1", "tcp:127.0.0.1:",
-                             "tcp:127.0.0.1:65536", "tcp:127.0.0.1:-1", "tcp:127.0.0.1:80x",
-                             "tcp:example.org:80", "tcp:[::1:80", "tcp:[::1]80"}) {
+TEST(Endpoint, ParsesPrintsAndRefuses) {
+    for (const auto& [text, printed] : std::vector<std::pair<std::string, std::string>>{
+             {"unix:/run/x/promote.sock", "unix:/run/x/promote.sock"},
+             {"tcp:127.0.0.1:9090", "tcp:127.0.0.1:9090"},
+             {"tcp:[::1]:0", "tcp:[::1]:0"},
+             {"tcp:localhost:1", "tcp:127.0.0.1:1"},
+             // sun_path is 108 bytes including the terminator.
+             {"unix:/" + std::string(106, 'a'), "unix:/" + std::string(106, 'a')}}) {
+        EXPECT_EQ(parseEndpoint(text).str(), printed);
+    }
+    for (const std::string& text : std::vector<std::string>{
+             "", "unix:", "udp:1.2.3.4:5", "tcp:127.0.0.1", "tcp:127.0.0.1:", "tcp:127.0.0.1:65536",
+             "tcp:127.0.0.1:-1", "tcp:127.0.0.1:80x", "tcp:example.org:80", "tcp:[::1:80",
+             "tcp:[::1]80", "unix:/" + std::string(107, 'a')}) {
         EXPECT_THROW(parseEndpoint(text), std::invalid_argument) << text;
     }
-    // sun_path is 108 bytes including the terminator.
-    EXPECT_NO_THROW(parseEndpoint("unix:/" + std::string(106, 'a')));
-    EXPECT_THROW(parseEndpoint("unix:/" + std::string(107, 'a')), std::invalid_argument);
-}
-
-TEST(Endpoint, OnlyLoopbackMayListen) {
-    EXPECT_NO_THROW(helion::host::requireLoopback(parseEndpoint("tcp:127.0.0.1:1")));
-    EXPECT_NO_THROW(helion::host::requireLoopback(parseEndpoint("tcp:127.8.9.10:1")));
-    EXPECT_NO_THROW(helion::host::requireLoopback(parseEndpoint("tcp:[::1]:1")));
-    EXPECT_NO_THROW(helion::host::requireLoopback(parseEndpoint("unix:/tmp/x")));
+    for (const char* text : {"tcp:127.8.9.10:1", "tcp:[::1]:1", "unix:/tmp/x"}) {
+        EXPECT_NO_THROW(helion::host::requireLoopback(parseEndpoint(text))) << text;
+    }
     for (const char* text :
          {"tcp:0.0.0.0:1", "tcp:192.168.1.2:1", "tcp:[::]:1", "tcp:[::ffff:10.0.0.1]:1"}) {
         EXPECT_THROW(helion::host::requireLoopback(parseEndpoint(text)), std::invalid_argument)
@@ -122,6 +111,26 @@ TEST_F(RpcRegistration, RefusesIncompleteDuplicateAndLateRegistrations) {
     EXPECT_EQ(server.services(), std::vector<std::string>{"SdpPromoteService"});
     server.stop();
     EXPECT_FALSE(boost::filesystem::exists(dir.str() + "/s.sock"));
+}
+
+TEST_F(RpcRegistration, ServingThatEndsByItselfIsReported) {
+    std::promise<void> ended;
+    helion::host::RpcServerOptions options;
+    options.endpoint = parseEndpoint("unix:" + dir.str() + "/s.sock");
+    options.onServingEnded = [&] { ended.set_value(); };
+    helion::host::RpcServer server(options);
+    server.bind();
+    server.start();
+    // Break the listener under the server: the only listening socket of this process.
+    for (int fd = 3; fd < 1024; ++fd) {
+        int listening = 0;
+        socklen_t size = sizeof(listening);
+        if (::getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) == 0 && listening) {
+            ::shutdown(fd, SHUT_RDWR);
+        }
+    }
+    EXPECT_EQ(ended.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    server.stop();
 }
 
 }  // namespace
