@@ -5,6 +5,7 @@
 #include <boost/filesystem.hpp>
 #include <iostream>
 
+#include "tools/lib/CommandLine.h"
 #include "tools/lib/FileIo.h"
 #include "tools/lib/OpenSslKeys.h"
 #include "tools/lib/PackageSignature.h"
@@ -15,7 +16,8 @@ namespace {
 using namespace helion::tools;
 
 constexpr int kExitFailed = 1;
-constexpr int kExitUsage = 2;
+/// verify: the files or the key could not be read, so there is no verdict either way.
+constexpr int kExitCannotCheck = 3;
 
 void refuseOverwrite(const std::string& path, bool force) {
     boost::system::error_code error;
@@ -57,7 +59,7 @@ void sign(const std::string& keyPath, const std::string& package, std::string ou
         out = package + ".sig";
     }
     const PkeyPtr key = loadPrivateKey(keyPath);
-    writeFileAtomically(out, signPackage(readWholeFile(package), key.get()));
+    writeFileAtomically(out, signPackageFile(package, key.get()));
     std::cout << "signed " << package << " -> " << out << std::endl;
 }
 
@@ -65,11 +67,12 @@ int verify(const std::string& keyPath, const std::string& package, const std::st
     Verdict verdict;
     try {
         const PkeyPtr key = loadPublicKey(keyPath);
-        verdict = verifyPackage(readWholeFile(package), readWholeFile(signature), key.get());
+        verdict = verifyPackageFile(package, signature, key.get());
     } catch (const ToolError& error) {
-        verdict = {false, error.what()};
+        std::cerr << "helion-portal: error: cannot check: " << error.what() << std::endl;
+        return kExitCannotCheck;
     }
-    if (verdict.valid) {
+    if (verdict.valid()) {
         std::cout << "yes" << std::endl;
         return 0;
     }
@@ -82,6 +85,7 @@ int verify(const std::string& keyPath, const std::string& package, const std::st
 int main(int argc, char** argv) {
     CLI::App app{"Makes portal signing keys, packs portal trees, signs and checks packages."};
     app.require_subcommand(1);
+    app.set_version_flag("--version", std::string("helion-portal ") + HELION_TOOLS_VERSION);
 
     std::string outDir, privatePath, publicPath;
     bool force = false;
@@ -109,22 +113,23 @@ int main(int argc, char** argv) {
     signCmd->add_option("PACKAGE", signPackageFile, "The package")->required();
     signCmd->add_option("-o,--output", signOut, "Signature file (default: PACKAGE.sig)");
 
-    std::string verifyKey, verifyPackageFile, verifySignature;
+    std::string verifyKey, verifyPackagePath, verifySignature;
     auto* verifyCmd = app.add_subcommand(
         "verify", "Check a package as the module does; prints yes, or no and why");
     verifyCmd->add_option("--pub", verifyKey, "PEM public key")->required();
-    verifyCmd->add_option("PACKAGE", verifyPackageFile, "The package")->required();
+    verifyCmd->add_option("PACKAGE", verifyPackagePath, "The package")->required();
     verifyCmd->add_option("SIGNATURE", verifySignature, "Its detached signature")->required();
 
-    try {
-        app.parse(argc, argv);
-        if (keygenCmd->parsed() && outDir.empty() && privatePath.empty()) {
-            throw CLI::RequiredError("keygen needs -o DIR or --private FILE --public FILE");
-        }
-    } catch (const CLI::Success& success) {
-        return app.exit(success);
-    } catch (const CLI::ParseError& error) {
-        app.exit(error);
+    std::string fingerprintKey;
+    auto* fingerprintCmd = app.add_subcommand(
+        "fingerprint", "Print the SHA-256 of a public key's DER SubjectPublicKeyInfo in hex");
+    fingerprintCmd->add_option("--pub", fingerprintKey, "PEM public key")->required();
+
+    if (const auto status = parseCommandLine(app, argc, argv)) {
+        return *status;
+    }
+    if (keygenCmd->parsed() && outDir.empty() && privatePath.empty()) {
+        app.exit(CLI::RequiredError("keygen needs -o DIR or --private FILE --public FILE"));
         return kExitUsage;
     }
 
@@ -136,7 +141,9 @@ int main(int argc, char** argv) {
         } else if (signCmd->parsed()) {
             sign(signKey, signPackageFile, signOut);
         } else if (verifyCmd->parsed()) {
-            return verify(verifyKey, verifyPackageFile, verifySignature);
+            return verify(verifyKey, verifyPackagePath, verifySignature);
+        } else if (fingerprintCmd->parsed()) {
+            std::cout << publicKeyFingerprint(loadPublicKey(fingerprintKey).get()) << std::endl;
         }
     } catch (const std::exception& error) {
         std::cerr << "helion-portal: error: " << error.what() << std::endl;

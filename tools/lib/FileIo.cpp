@@ -4,32 +4,78 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <vector>
 
 namespace helion::tools {
 
-std::string readWholeFile(const std::string& path) {
+namespace {
+
+[[noreturn]] void failRead(const std::string& path, int error) {
+    throw ToolError("cannot read '" + path + "': " + std::strerror(error));
+}
+
+}  // namespace
+
+InputFile::InputFile(std::string path) : path_(std::move(path)) {
+    fd_ = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd_ < 0) {
+        failRead(path_, errno);
+    }
     struct stat info {};
-    if (::stat(path.c_str(), &info) != 0) {
-        throw ToolError("cannot read '" + path + "': " + std::strerror(errno));
+    if (::fstat(fd_, &info) != 0) {
+        const int error = errno;
+        ::close(fd_);
+        failRead(path_, error);
     }
     if (S_ISDIR(info.st_mode)) {
-        throw ToolError("cannot read '" + path + "': it is a directory");
+        ::close(fd_);
+        throw ToolError("cannot read '" + path_ + "': it is a directory");
     }
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        throw ToolError("cannot read '" + path + "': " + std::strerror(errno));
+    ::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
+}
+
+InputFile::~InputFile() {
+    ::close(fd_);
+}
+
+std::size_t InputFile::read(void* buffer, std::size_t size) {
+    auto* cursor = static_cast<char*>(buffer);
+    std::size_t got = 0;
+    while (got < size) {
+        const ssize_t n = ::read(fd_, cursor + got, size - got);
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            failRead(path_, errno);
+        }
+        if (n == 0) {
+            break;
+        }
+        got += static_cast<std::size_t>(n);
     }
-    std::ostringstream out;
-    out << in.rdbuf();
-    if (in.bad()) {
-        throw ToolError("cannot read '" + path + "': read error");
-    }
-    return out.str();
+    return got;
+}
+
+std::string readWholeFile(const std::string& path, std::size_t maxBytes) {
+    InputFile in(path);
+    std::string data;
+    std::size_t got = 0;
+    do {
+        // Grow as the file goes: sizes from stat are not to be trusted (pipes, /proc).
+        const std::size_t start = data.size();
+        data.resize(start + std::min(kChunkBytes, maxBytes - start + 1));
+        got = in.read(data.data() + start, data.size() - start);
+        data.resize(start + got);
+        if (data.size() > maxBytes) {
+            throw ToolError("cannot read '" + path + "': larger than " + std::to_string(maxBytes) +
+                            " bytes");
+        }
+    } while (got > 0);
+    return data;
 }
 
 void writeFileAtomically(const std::string& path, const std::string& data, mode_t mode) {

@@ -1,8 +1,9 @@
 #pragma once
-// Whole-file reads and all-or-nothing writes for the command-line tools.
+// File reads in fixed-size chunks or whole, and all-or-nothing writes for the command-line tools.
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 
@@ -14,8 +15,29 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// The file's bytes. Throws ToolError naming the path and the reason.
-std::string readWholeFile(const std::string& path);
+/// A file opened for reading front to back. Anything but a directory opens, so pipes and
+/// process substitutions work too. Every failure throws ToolError naming the path and the reason.
+class InputFile {
+public:
+    explicit InputFile(std::string path);
+    ~InputFile();
+    InputFile(const InputFile&) = delete;
+    InputFile& operator=(const InputFile&) = delete;
+
+    /// Fills buffer as far as the file goes; returns the bytes read, fewer only at the end.
+    std::size_t read(void* buffer, std::size_t size);
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+    int fd_ = -1;
+};
+
+/// The size of buffer the tools stream files through: memory stays flat whatever the file size.
+inline constexpr std::size_t kChunkBytes = 1 << 20;
+
+/// The file's bytes; refuses more than maxBytes. Throws ToolError naming the path and the reason.
+std::string readWholeFile(const std::string& path, std::size_t maxBytes = SIZE_MAX - 1);
 
 /// Writes data to a temporary file beside path with the given mode, then renames it over path,
 /// so a reader never sees half a file. Throws ToolError; leaves no temporary file behind.

@@ -4,12 +4,15 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
+#include <openssl/x509.h>
 
 #include "tools/lib/FileIo.h"
 
 namespace helion::tools {
 
 namespace {
+
+constexpr std::size_t kMaxKeyFileBytes = 64 * 1024;
 
 struct BioFree {
     void operator()(BIO* bio) const { BIO_free(bio); }
@@ -68,7 +71,7 @@ std::string publicKeyPem(EVP_PKEY* key) {
 }
 
 PkeyPtr loadPrivateKey(const std::string& path) {
-    const std::string pem = readWholeFile(path);
+    const std::string pem = readWholeFile(path, kMaxKeyFileBytes);
     BioPtr bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
     PkeyPtr key(bio ? PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr) : nullptr);
     if (!key) {
@@ -78,13 +81,36 @@ PkeyPtr loadPrivateKey(const std::string& path) {
 }
 
 PkeyPtr loadPublicKey(const std::string& path) {
-    const std::string pem = readWholeFile(path);
+    const std::string pem = readWholeFile(path, kMaxKeyFileBytes);
     BioPtr bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
     PkeyPtr key(bio ? PEM_read_bio_PUBKEY(bio.get(), nullptr, nullptr, nullptr) : nullptr);
     if (!key) {
         throw ToolError("'" + path + "' is not a PEM public key: " + takeOpenSslErrors());
     }
     return requireRsa(std::move(key), path);
+}
+
+std::string publicKeyFingerprint(EVP_PKEY* key) {
+    unsigned char* der = nullptr;
+    const int length = i2d_PUBKEY(key, &der);
+    if (length <= 0) {
+        throw ToolError("cannot encode the public key: " + takeOpenSslErrors());
+    }
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int digestLength = 0;
+    const int hashed = EVP_Digest(der, static_cast<std::size_t>(length), digest, &digestLength,
+                                  EVP_sha256(), nullptr);
+    OPENSSL_free(der);
+    if (hashed != 1) {
+        throw ToolError("cannot hash the public key: " + takeOpenSslErrors());
+    }
+    static constexpr char kHex[] = "0123456789abcdef";
+    std::string hex;
+    for (unsigned int i = 0; i < digestLength; ++i) {
+        hex += kHex[digest[i] >> 4];
+        hex += kHex[digest[i] & 0x0f];
+    }
+    return hex;
 }
 
 }  // namespace helion::tools

@@ -32,4 +32,8 @@ std::string publicKeyPem(EVP_PKEY* key);
 PkeyPtr loadPrivateKey(const std::string& path);
 PkeyPtr loadPublicKey(const std::string& path);
 
+/// SHA-256 of the key's DER SubjectPublicKeyInfo as 64 lowercase hex digits: the same as
+/// `openssl pkey -pubin -outform DER | sha256sum`. Throws ToolError.
+std::string publicKeyFingerprint(EVP_PKEY* key);
+
 }  // namespace helion::tools
