@@ -9,6 +9,10 @@
 #include <iostream>
 
 #include "host/Endpoint.h"
+#include "tools/lib/ClientChecks.h"
+#include "tools/lib/CommandLine.h"
+#include "tools/lib/FileIo.h"
+#include "tools/lib/OpenSslKeys.h"
 #include "tools/lib/RequestJson.h"
 #include "tools/lib/ResultJson.h"
 #include "tools/lib/ServiceConnection.h"
@@ -18,9 +22,9 @@ namespace {
 using helion::tools::ServiceConnection;
 using Service = corvid::rpc::thrift::SdpPromoteServiceClient;
 
+using helion::tools::kExitUsage;
 constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;
-constexpr int kExitUsage = 2;
 constexpr int kExitUnreachable = 3;
 
 struct Outcome {
@@ -63,6 +67,7 @@ int main(int argc, char** argv) {
         "Exit status: 0 success, 1 the operation failed, 2 usage error, 3 host unreachable."};
     app.require_subcommand(1);
     app.fallthrough();
+    app.set_version_flag("--version", std::string("helion-promote ") + HELION_TOOLS_VERSION);
     std::string connect = "unix:" + helion::host::defaultSocketPath();
     int timeoutSeconds = 120;
     app.add_option("-c,--connect", connect, "The host's endpoint: unix:PATH or tcp:HOST:PORT")
@@ -70,6 +75,14 @@ int main(int argc, char** argv) {
     app.add_option("--timeout", timeoutSeconds, "Seconds to wait for the host")
         ->check(CLI::Range(1, 3600))
         ->capture_default_str();
+    bool force = false;
+    app.add_flag("--force", force,
+                 "Send what looks like a slip: a portal directory name that is empty, '.', '/' "
+                 "or has a '..' component; package files the client cannot use");
+
+    // Portal directory names the request would carry, and the files the module would read.
+    std::vector<std::string> portalNames;
+    std::vector<std::pair<std::string, std::string>> inputFiles;
 
     std::function<Outcome(Service&)> action;
 
@@ -81,6 +94,8 @@ int main(int argc, char** argv) {
     update->add_option("--dir", dir, "Portal directory to replace, below the portal root")
         ->required();
     update->callback([&] {
+        portalNames = {dir};
+        inputFiles = {{"package", zip}, {"signature", sig}};
         action = [&](Service& service) {
             std::string result;
             service.updatePortal(result, updatePortalParam(absolute(zip), dir, absolute(sig)));
@@ -95,6 +110,7 @@ int main(int argc, char** argv) {
     copy->add_option("--src", src, "Source directory")->required();
     copy->add_option("--dir", copyDir, "Portal directory, below the portal root")->required();
     copy->callback([&] {
+        portalNames = {copyDir};
         action = [&](Service& service) {
             std::string result;
             service.copyPortalDir(result, copyPortalDirParam(absolute(src), copyDir));
@@ -106,14 +122,7 @@ int main(int argc, char** argv) {
     auto* del = app.add_subcommand("del-portal-dir", "Remove portal directories");
     del->add_option("DIR", dirs, "Portal directories, below the portal root")->required();
     del->callback([&] {
-        for (const auto& name : dirs) {
-            // An empty name means the portal root itself; that takes the raw call on purpose.
-            if (name.empty()) {
-                throw CLI::ValidationError("DIR",
-                                           "an empty name would remove the whole portal "
-                                           "root; use 'call delPortalDir' if meant");
-            }
-        }
+        portalNames = dirs;
         action = [&](Service& service) {
             std::string result;
             service.delPortalDir(result, delPortalDirParam(dirs));
@@ -174,13 +183,24 @@ int main(int argc, char** argv) {
         };
     });
 
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& success) {
-        return app.exit(success);
-    } catch (const CLI::ParseError& error) {
-        app.exit(error);
-        return kExitUsage;
+    if (const auto status = parseCommandLine(app, argc, argv)) {
+        return *status;
+    }
+    if (!force) {
+        for (const auto& name : portalNames) {
+            if (const std::string slip = portalNameSlip(name); !slip.empty()) {
+                return fail("the portal directory '" + name + "' " + slip +
+                                "; nothing was sent (pass --force if that is meant)",
+                            kExitUsage);
+            }
+        }
+        try {
+            for (const auto& [what, path] : inputFiles) {
+                checkInputFile(path, what, what == "signature" ? kSignatureBytes : 0);
+            }
+        } catch (const ToolError& error) {
+            return fail(std::string(error.what()) + "; nothing was sent", kExitFailed);
+        }
     }
 
     helion::host::Endpoint endpoint;
