@@ -15,6 +15,10 @@ struct SdpPromoteServiceImplAccess {
                             const std::string& dest) {
         return s.unZipToFile(zip, dest);
     }
+    static bool unZipFromMemory(SdpPromoteServiceImpl& s, const std::string& zip,
+                                const std::string& data, const std::string& dest) {
+        return s.unZipToFile(zip, data, dest);
+    }
     static bool readFileContent(SdpPromoteServiceImpl& s, const std::string& path,
                                 std::string& out) {
         return s.readFileContent(path, out, true);
