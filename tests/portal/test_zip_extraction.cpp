@@ -13,14 +13,17 @@ namespace fs = boost::filesystem;
 using helion::test::readFile;
 using helion::test::ZipEntry;
 
-class ZipExtraction : public ::testing::Test {
+// Each case runs on the archive's path and on its bytes in memory, the way updatePortal reads it.
+class ZipExtraction : public ::testing::TestWithParam<bool> {
 protected:
     bool extract(const std::vector<ZipEntry>& entries) {
         helion::test::writeZip(zipPath_, entries);
         return extractFile(zipPath_);
     }
     bool extractFile(const std::string& path) {
-        return corvid::SdpPromoteServiceImplAccess::unZipToFile(service_, path, dest_.string());
+        using Access = corvid::SdpPromoteServiceImplAccess;
+        return GetParam() ? Access::unZipFromMemory(service_, path, readFile(path), dest_.string())
+                          : Access::unZipToFile(service_, path, dest_.string());
     }
     std::string destFile(const std::string& name) const {
         return readFile((dest_ / name).string());
@@ -33,7 +36,7 @@ protected:
     fs::path dest_ = dir_.path() / "dest";
 };
 
-TEST_F(ZipExtraction, FilesOfEveryKindLandBelowTheDestination) {
+TEST_P(ZipExtraction, FilesOfEveryKindLandBelowTheDestination) {
     std::string large(5000, '\0');  // more than one copy buffer
     for (std::size_t i = 0; i < large.size(); ++i) {
         large[i] = static_cast<char>(i * 7);
@@ -57,12 +60,12 @@ TEST_F(ZipExtraction, FilesOfEveryKindLandBelowTheDestination) {
     EXPECT_TRUE(log_.contains("Extracting file:a/b.txt"));
 }
 
-TEST_F(ZipExtraction, DirectoryEntriesAloneCreateNothing) {
+TEST_P(ZipExtraction, DirectoryEntriesAloneCreateNothing) {
     EXPECT_TRUE(extract({{"a/", ""}, {"b\\", ""}}));
     EXPECT_FALSE(fs::exists(dest_));
 }
 
-TEST_F(ZipExtraction, UnreadableEntriesAreSkippedNotFatal) {
+TEST_P(ZipExtraction, UnreadableEntriesAreSkippedNotFatal) {
     dir_.write("dest/blocker", "plain file");
     EXPECT_TRUE(extract({{"secret.txt", "hidden text", true, "password"},
                          {"blocker/inside.txt", "x"},
@@ -75,7 +78,7 @@ TEST_F(ZipExtraction, UnreadableEntriesAreSkippedNotFatal) {
     EXPECT_EQ(destFile("after.txt"), "still here");
 }
 
-TEST_F(ZipExtraction, BrokenArchivesFail) {
+TEST_P(ZipExtraction, BrokenArchivesFail) {
     // An archive without entries: minizip only opens one whose end record is not at offset 0,
     // so the second copy carries a stub in front, as self-extracting archives do.
     EXPECT_FALSE(extract({}));
@@ -91,5 +94,7 @@ TEST_F(ZipExtraction, BrokenArchivesFail) {
     EXPECT_FALSE(extractFile(dir_.write("cut.zip", whole.substr(0, whole.size() - 30))));
     EXPECT_FALSE(fs::exists(dest_));
 }
+
+INSTANTIATE_TEST_SUITE_P(FileAndMemory, ZipExtraction, ::testing::Bool());
 
 }  // namespace
