@@ -42,7 +42,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 
     const int before = openDescriptors();
-    corvid::SdpPromoteServiceImplAccess::unZipToFile(service, zip, dest);
+    // Alternately from the file and from the bytes in memory, the way updatePortal extracts.
+    static bool fromMemory = false;
+    fromMemory = !fromMemory;
+    if (fromMemory) {
+        const std::string bytes(reinterpret_cast<const char*>(data), size);
+        corvid::SdpPromoteServiceImplAccess::unZipFromMemory(service, zip, bytes, dest);
+    } else {
+        corvid::SdpPromoteServiceImplAccess::unZipToFile(service, zip, dest);
+    }
     // The archive and every output file are closed on all paths.
     if (openDescriptors() != before) {
         __builtin_trap();
