@@ -28,7 +28,8 @@ protected:
         };
     }
 
-    helion::test::LogCapture log_{spdlog::level::info};
+    helion::test::LogCapture log_{
+        spdlog::level::info};  // the debug intake lines are pinned elsewhere
     EventCenter& center_ = EventCenter::shared();
     std::vector<std::string> heard_;
 };

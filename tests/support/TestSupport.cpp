@@ -75,14 +75,6 @@ std::string readFile(const std::string& path) {
     return content.str();
 }
 
-void FakeRpcServer::registerProcessor(const char* name,
-                                      std::shared_ptr<apache::thrift::TProcessor>& processor) {
-    if (throwOnRegister) {
-        throwOnRegister();
-    }
-    processors[name] = processor;
-}
-
 bool FakeEventBus::publish(const char* topic, const char* content) {
     published.emplace_back(topic, content);
     return answer;
