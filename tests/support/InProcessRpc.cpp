@@ -12,10 +12,11 @@ namespace helion::test {
 using namespace apache::thrift;
 
 MultiplexingHost::MultiplexingHost(std::string socketPath)
-    : socketPath_(std::move(socketPath)),
-      multiplexer_(std::make_shared<TMultiplexedProcessor>()) {}
+    : socketPath_(std::move(socketPath)), multiplexer_(std::make_shared<TMultiplexedProcessor>()) {}
 
-MultiplexingHost::~MultiplexingHost() { stop(); }
+MultiplexingHost::~MultiplexingHost() {
+    stop();
+}
 
 void MultiplexingHost::registerProcessor(const char* name, std::shared_ptr<TProcessor>& processor) {
     multiplexer_->registerProcessor(name, processor);
@@ -49,6 +50,8 @@ RpcClient::RpcClient(const std::string& socketPath, const std::string& serviceNa
     transport->open();
 }
 
-RpcClient::~RpcClient() { transport->close(); }
+RpcClient::~RpcClient() {
+    transport->close();
+}
 
 }  // namespace helion::test

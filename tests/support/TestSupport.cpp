@@ -34,9 +34,13 @@ LogCapture::LogCapture(spdlog::level::level_enum level) : sink_(std::make_shared
     corvid::Logger::GetInstance().init(std::move(logger), level);
 }
 
-LogCapture::~LogCapture() { corvid::Logger::GetInstance().markUninitialised(); }
+LogCapture::~LogCapture() {
+    corvid::Logger::GetInstance().markUninitialised();
+}
 
-std::vector<LogLine> LogCapture::lines() const { return sink_->snapshot(); }
+std::vector<LogLine> LogCapture::lines() const {
+    return sink_->snapshot();
+}
 
 std::vector<LogLine> LogCapture::matching(const std::string& needle) const {
     std::vector<LogLine> found;
@@ -48,7 +52,9 @@ std::vector<LogLine> LogCapture::matching(const std::string& needle) const {
     return found;
 }
 
-void LogCapture::clear() { sink_->reset(); }
+void LogCapture::clear() {
+    sink_->reset();
+}
 
 TempDir::TempDir()
     : path_(boost::filesystem::temp_directory_path() /
