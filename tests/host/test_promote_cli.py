@@ -60,9 +60,7 @@ class PortalMethods(SharedHostTestCase):
         package, signature = self.signed_sample()
         keep = self.portal_dir("keep")
         os.makedirs(os.path.join(PORTAL_ROOT, keep))
-        short = os.path.join(self.work, "short.sig")
-        with open(short, "wb") as handle:
-            handle.write(b"x" * 255)
+        short = os.path.join(write_tree(self.work, {"short.sig": b"x" * 255}), "short.sig")
         absent = os.path.join(self.work, "absent.zip")
         root, leaves = "names the whole portal root", "has a '..' component and may leave the portal root"
         cases = [  # (arguments, exit status, the error)
