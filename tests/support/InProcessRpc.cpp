@@ -6,6 +6,8 @@
 #include <thrift/transport/TServerSocket.h>
 
 #include <boost/filesystem.hpp>
+#include <chrono>
+#include <stdexcept>
 
 namespace helion::test {
 
@@ -28,8 +30,13 @@ void MultiplexingHost::start() {
         multiplexer_, socket, std::make_shared<transport::TBufferedTransportFactory>(),
         std::make_shared<protocol::TBinaryProtocolFactory>());
     thread_ = std::thread([this] { server_->serve(); });
+    // A server that never binds must fail the test, not hang it.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (!boost::filesystem::exists(socketPath_)) {
-        std::this_thread::yield();
+        if (std::chrono::steady_clock::now() > deadline) {
+            throw std::runtime_error("no RPC socket at " + socketPath_);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }
 
