@@ -83,7 +83,9 @@ int verify(const std::string& keyPath, const std::string& package, const std::st
 }  // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{"Makes portal signing keys, packs portal trees, signs and checks packages."};
+    CLI::App app{
+        "Makes portal signing keys, packs portal trees, signs and checks packages.\n"
+        "Exit status: 0 success, 1 failure, 2 usage error; verify: see its --help."};
     app.require_subcommand(1);
     app.set_version_flag("--version", std::string("helion-portal ") + HELION_TOOLS_VERSION);
 
@@ -115,7 +117,9 @@ int main(int argc, char** argv) {
 
     std::string verifyKey, verifyPackagePath, verifySignature;
     auto* verifyCmd = app.add_subcommand(
-        "verify", "Check a package as the module does; prints yes, or no and why");
+        "verify",
+        "Check a package as the module does; prints yes (exit 0), or no and why (exit 1); "
+        "exit 3 when the files or the key cannot be read");
     verifyCmd->add_option("--pub", verifyKey, "PEM public key")->required();
     verifyCmd->add_option("PACKAGE", verifyPackagePath, "The package")->required();
     verifyCmd->add_option("SIGNATURE", verifySignature, "Its detached signature")->required();
