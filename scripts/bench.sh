@@ -7,7 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # The comment block above, without its marks, is the help text.
-usage() { sed -n '2,/^[^#]/{/^#/s/^# \{0,1\}//p}' "$0"; }
+usage() { sed -n '2,/^[^#]/{/^#/s/^# \{0,1\}//p}' "scripts/${0##*/}"; }
 
 build="${HELION_BENCH_BUILD_DIR:-$PWD/build/bench}"
 jobs="${HELION_BENCH_JOBS:-2}"

@@ -12,7 +12,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 # The comment block above, without its marks, is the help text.
-usage() { sed -n '2,/^[^#]/{/^#/s/^# \{0,1\}//p}' "$0"; }
+usage() { sed -n '2,/^[^#]/{/^#/s/^# \{0,1\}//p}' "scripts/${0##*/}"; }
 
 all_targets=(fuzz_json_checker fuzz_http_router fuzz_from_json fuzz_signature fuzz_unzip
     fuzz_processor)

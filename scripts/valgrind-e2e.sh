@@ -11,7 +11,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 # The comment block above, without its marks, is the help text.
-usage() { sed -n '2,/^[^#]/{/^#/s/^# \{0,1\}//p}' "$0"; }
+usage() { sed -n '2,/^[^#]/{/^#/s/^# \{0,1\}//p}' "scripts/${0##*/}"; }
 
 tests='^(host\.test_wire_python|host\.test_promote_cli|faults\.host)$'
 case "${1:-}" in
