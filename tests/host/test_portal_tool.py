@@ -137,8 +137,8 @@ class SignAndVerify(HostTestCase):
                                                     "-pkeyopt", "rsa_keygen_bits:1024"))
         small_public = self.write("small-pub.pem", openssl("pkey", "-in", small_key, "-pubout"))
 
-        def signed(name, *args):
-            return self.write(name, openssl("dgst", *args, "-sign", DEV_PRIVATE_KEY, package))
+        def signed(name, *args, key=DEV_PRIVATE_KEY):
+            return self.write(name, openssl("dgst", *args, "-sign", key, package))
 
         absent = os.path.join(self.tmp, "absent")
         cases = [  # (label, package, signature, key, exit status, what stdout or stderr says)
@@ -149,9 +149,8 @@ class SignAndVerify(HostTestCase):
              OK, "yes"),
             ("changed", self.write("t.zip", data[:-1] + bytes([data[-1] ^ 1])), ok,
              DEV_PUBLIC_KEY, NO, "no: the package changed after signing"),
-            ("other key", package, self.write("k.sig", openssl("dgst", "-sha256", "-sign", other_key,
-                                                               package)),
-             DEV_PUBLIC_KEY, NO, "no: the signature does not open under this key"),
+            ("other key", package, signed("k.sig", "-sha256", key=other_key), DEV_PUBLIC_KEY, NO,
+             "no: the signature does not open under this key"),
             ("pss", package, signed("pss.sig", "-sha256", "-sigopt",
                                     "rsa_padding_mode:pss"), DEV_PUBLIC_KEY, NO, "does not open"),
             ("sha1", package, signed("sha1.sig", "-sha1"), DEV_PUBLIC_KEY, NO,
@@ -166,12 +165,9 @@ class SignAndVerify(HostTestCase):
             ("missing signature", package, absent, DEV_PUBLIC_KEY, CANNOT_CHECK,
              "cannot check: cannot read '%s': No such file or directory" % absent),
             ("missing package", absent, ok, DEV_PUBLIC_KEY, CANNOT_CHECK, absent),
-            ("directory", self.tmp, ok, DEV_PUBLIC_KEY, CANNOT_CHECK,
-             "is a directory"),
-            ("private key as public", package, ok, DEV_PRIVATE_KEY,
-             CANNOT_CHECK, "not a PEM public key"),
-            ("1024-bit key", package, ok, small_public, CANNOT_CHECK,
-             "1024 bits"),
+            ("directory", self.tmp, ok, DEV_PUBLIC_KEY, CANNOT_CHECK, "is a directory"),
+            ("private key as public", package, ok, DEV_PRIVATE_KEY, CANNOT_CHECK, "not a PEM public"),
+            ("1024-bit key", package, ok, small_public, CANNOT_CHECK, "1024 bits"),
         ]
         for label, pkg, sig, key, status, says in cases:
             with self.subTest(label):
