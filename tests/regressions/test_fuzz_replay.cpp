@@ -13,34 +13,30 @@
 
 #include "support/TestSupport.h"
 
-using Entry = int (*)(const uint8_t*, size_t);
-#ifdef HELION_REPLAY_SANDBOXED
-extern "C" int replay_unzip(const uint8_t*, size_t);
-extern "C" int replay_processor(const uint8_t*, size_t);
-#define HELION_REPLAY_SUITE FuzzReplaySandboxed
-#define HELION_REPLAY_TARGETS         \
-    {"unzip", replay_unzip}, {        \
-        "processor", replay_processor \
-    }
-#else
-extern "C" int replay_json_checker(const uint8_t*, size_t);
-extern "C" int replay_http_router(const uint8_t*, size_t);
-extern "C" int replay_from_json(const uint8_t*, size_t);
-extern "C" int replay_signature(const uint8_t*, size_t);
-#define HELION_REPLAY_SUITE FuzzReplay
-#define HELION_REPLAY_TARGETS                                                   \
-    {"json_checker", replay_json_checker}, {"http_router", replay_http_router}, \
-        {"from_json", replay_from_json}, {                                      \
-        "signature", replay_signature                                           \
-    }
-#endif
+extern "C" {
+int replay_unzip(const uint8_t*, size_t);
+int replay_processor(const uint8_t*, size_t);
+int replay_json_checker(const uint8_t*, size_t);
+int replay_http_router(const uint8_t*, size_t);
+int replay_from_json(const uint8_t*, size_t);
+int replay_signature(const uint8_t*, size_t);
+}
 
 namespace {
 
 namespace fs = boost::filesystem;
 
-TEST(HELION_REPLAY_SUITE, SeedsAndKeptFindings) {
-    const std::pair<const char*, Entry> targets[] = {HELION_REPLAY_TARGETS};
+TEST(FuzzReplay, SeedsAndKeptFindings) {
+    using Entry = int (*)(const uint8_t*, size_t);
+#ifdef HELION_REPLAY_SANDBOXED
+    const std::pair<const char*, Entry> targets[] = {{"unzip", replay_unzip},
+                                                     {"processor", replay_processor}};
+#else
+    const std::pair<const char*, Entry> targets[] = {{"json_checker", replay_json_checker},
+                                                     {"http_router", replay_http_router},
+                                                     {"from_json", replay_from_json},
+                                                     {"signature", replay_signature}};
+#endif
     for (const auto& [name, entry] : targets) {
         // Seeds and regressions of one target, sorted so that runs are comparable.
         std::vector<fs::path> files;
