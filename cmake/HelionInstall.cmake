@@ -21,9 +21,10 @@ install(TARGETS HelionPromote
 install(FILES "${PROJECT_BINARY_DIR}/HelionPromote.fingerprint"
     DESTINATION ${HELION_INSTALL_MODULEDIR} COMPONENT runtime)
 
+# An interface library: nothing of its own to install, so no component either.
 install(TARGETS helion_sdk
     EXPORT HelionPromoteTargets
-    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/sdk/include/corvid"
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 install(FILES "${PROJECT_SOURCE_DIR}/rpc/SdpPromote.thrift"
