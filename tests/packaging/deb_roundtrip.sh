@@ -28,10 +28,16 @@ root="$work/root"
 for deb in "$work"/deb/*.deb; do dpkg-deb -x "$deb" "$root"; done
 bin="$root/usr/bin"
 moduledir=$(dirname "$(find "$root/usr/lib" -name libHelionPromote.so)")
-openssl pkey -pubin -in "$src/keys/dev-portal-public.pem" -outform DER | sha256sum |
-    cut -d' ' -f1 | cmp - "$moduledir/HelionPromote.fingerprint" || fail "fingerprint"
+key="$src/keys/dev-portal-public.pem"
+openssl pkey -pubin -in "$key" -outform DER | sha256sum | cut -d' ' -f1 |
+    cmp - "$moduledir/HelionPromote.fingerprint" || fail "fingerprint"
+env -u LD_LIBRARY_PATH "$bin/helion-portal" fingerprint --pub "$key" |
+    cmp - "$moduledir/HelionPromote.fingerprint" || fail "helion-portal fingerprint"
 for page in helion-host helion-promote helion-portal; do
     gzip -dc "$root/usr/share/man/man1/$page.1.gz" | grep -q "^\.TH" || fail "man page $page"
+done
+for unit in helion-host.service helion-host.socket; do
+    [ -s "$root/usr/lib/systemd/system/$unit" ] || fail "unit $unit"
 done
 for doc in helion-promote helion-promote-dev; do
     [ -s "$root/usr/share/doc/$doc/copyright" ] && gzip -t "$root/usr/share/doc/$doc/changelog.Debian.gz" ||
