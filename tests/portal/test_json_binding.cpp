@@ -1,6 +1,7 @@
 // The generic JSON binder on types registered here: kinds, containers, nesting, failures.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <map>
 #include <rttr/registration>
 #include <set>
@@ -29,6 +30,7 @@ struct Sample {
     std::set<int> keys;
     Inner inner;
     int* pointer = nullptr;
+    double ratio = std::nan("");  // JSON has no NaN
     int hidden = 9;
     RTTR_ENABLE()
 };
@@ -64,6 +66,7 @@ RTTR_REGISTRATION {
         .property("keys", &Sample::keys)
         .property("inner", &Sample::inner)
         .property("pointer", &Sample::pointer)
+        .property("ratio", &Sample::ratio)
         .property("hidden", &Sample::hidden)(rttr::metadata(io::kNoSerialize, true));
     registration::class_<Throwing>("test::Throwing")
         .property("value", &Throwing::get, &Throwing::set);
@@ -157,8 +160,9 @@ TEST(JsonBindingWrite, ObjectsMirrorTheReadingSide) {
     EXPECT_EQ(io::to_json(sample),
               R"({"text":"t\"q","number":0,"kind":{},"list":["a"],"grid":[[1],[]],)"
               R"("inners":[{"id":1,"label":"x"}],"dict":[{"key":"k","value":5}],"keys":[2],)"
-              R"("inner":{"id":0,"label":""},"pointer":null})");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "cannot serialize property: pointer\n");
+              R"("inner":{"id":0,"label":""},"pointer":null,"ratio":null})");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "cannot serialize property: pointer\ncannot serialize property: ratio\n");
 
     std::vector<rttr::instance> objects{sample.inners[0], sample.inner};
     EXPECT_EQ(io::to_json(objects), R"([{"id":1,"label":"x"},{"id":0,"label":""}])");
