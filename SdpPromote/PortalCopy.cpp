@@ -45,7 +45,7 @@ void SdpPromoteServiceImpl::copyPortalDir(std::string& _return, const std::strin
     }
 
     // Errors thrown while walking the source reach the RPC layer unchanged.
-    std::set<std::pair<uint64_t, uint64_t>> visited;
+    VisitedDirectories visited;
     const std::size_t failures = copyPortalFileRecursion(req.srcDir, target, visited);
 
     if (failures > 0) {
@@ -67,13 +67,13 @@ void SdpPromoteServiceImpl::copyPortalDir(std::string& _return, const std::strin
 
 void SdpPromoteServiceImpl::copyPortalFileRecursion(const std::string& src,
                                                     const std::string& dst) {
-    std::set<std::pair<uint64_t, uint64_t>> visited;
+    VisitedDirectories visited;
     copyPortalFileRecursion(src, dst, visited);
 }
 
-std::size_t SdpPromoteServiceImpl::copyPortalFileRecursion(
-    const std::string& src, const std::string& dst,
-    std::set<std::pair<uint64_t, uint64_t>>& visited) {
+std::size_t SdpPromoteServiceImpl::copyPortalFileRecursion(const std::string& src,
+                                                           const std::string& dst,
+                                                           VisitedDirectories& visited) {
     struct stat status {};
     if (::stat(src.c_str(), &status) == 0 &&
         !visited.emplace(static_cast<uint64_t>(status.st_dev), static_cast<uint64_t>(status.st_ino))
