@@ -1,12 +1,11 @@
-"""Runs helion-host, helion-promote and helion-portal as separate processes for the end-to-end tests.
-
-Paths come from the environment that ctest sets (see CMakeLists.txt next to this file). Nothing here
-waits without a deadline, and every host started dies with the test process, however that ends.
-"""
+"""Runs helion-host, helion-promote and helion-portal as separate processes, with the paths ctest
+sets. Nothing here waits without a deadline; every host started dies with the test process."""
 import atexit
 import ctypes
+import itertools
 import json
 import os
+import pathlib
 import re
 import shutil
 import signal
@@ -19,7 +18,6 @@ HOST = os.environ["HELION_HOST"]
 PROMOTE = os.environ["HELION_PROMOTE"]
 PORTAL = os.environ["HELION_PORTAL"]
 TEST_MODULE = os.environ["HELION_TEST_MODULE"]
-NOT_A_MODULE = os.environ["HELION_LOGGER_LIBRARY"]
 PORTAL_ROOT = os.path.join(os.environ["HELION_TEST_RESOURCES_DIR"], "app")
 PY_GEN_DIR = os.environ["HELION_PY_GEN_DIR"]
 DEV_PRIVATE_KEY = os.environ["HELION_DEV_PRIVATE_KEY"]
@@ -29,19 +27,11 @@ SOURCE_DIR = os.environ["HELION_SOURCE_DIR"]
 
 # Sanitizer builds start slowly; nothing here waits for this long when things work.
 START_TIMEOUT = 60
-CALL_TIMEOUT = 60
-
-LIFECYCLE_LINES = [
-    "module will load finished",
-    "moduleDidLoadFinished",
-    "moduleWillUnloadFinished",
-    "moduleDidUnloadFinished",
-]
-
 
 # Once one host failed to answer, the product is broken: the next starts fail at once, not slowly.
 _broken = []
 _started = []
+_names = itertools.count()
 
 
 def _die_with_parent():
@@ -49,8 +39,7 @@ def _die_with_parent():
 
 
 def run(*args, env=None, cwd=None):
-    """Runs a tool; returns the CompletedProcess with text stdout and stderr."""
-    return subprocess.run(list(args), capture_output=True, text=True, timeout=CALL_TIMEOUT,
+    return subprocess.run(list(args), capture_output=True, text=True, timeout=START_TIMEOUT,
                           env=env, cwd=cwd)
 
 
@@ -62,28 +51,18 @@ def portal(*args, **kwargs):
     return run(PORTAL, *args, **kwargs)
 
 
-def error_lines(stderr, program):
-    return [line for line in stderr.splitlines() if line.startswith(program + ": error:")]
-
-
 class Host:
     """One helion-host child process. Its log goes to a file, never a pipe: the diagnosis tool
     it may launch inherits the descriptors and would keep a pipe open."""
 
-    def __init__(self, workdir, module=TEST_MODULE, listen=None, extra=(), env=None, wrapper=(),
-                 program=HOST):
+    def __init__(self, workdir, module=TEST_MODULE, listen=None, extra=(), env=None):
         self.workdir = workdir
         self.socket = os.path.join(workdir, "promote.sock")
-        self.listen = listen if listen is not None else "unix:" + self.socket
+        listen = listen if listen is not None else "unix:" + self.socket
         self.log_path = os.path.join(workdir, "host-%d.log" % id(self))
-        args = list(wrapper) + [program, "--log-level", "debug"]
-        args += ["--module", module] if module else []
-        args += ["--listen", self.listen] if self.listen else []
-        self.args = args + list(extra)
-        self.env = env
-        self.process = None
-        self.endpoint = None
-        self.http_port = None
+        self.args = ([HOST, "--log-level", "debug"] + (["--module", module] if module else []) +
+                     (["--listen", listen] if listen else []) + list(extra))
+        self.env, self.process, self.endpoint = env, None, None
 
     def launch(self):
         with open(self.log_path, "wb") as log:
@@ -92,30 +71,24 @@ class Host:
                                             preexec_fn=_die_with_parent)
         _started.append(self)
 
-    def start(self, expect_ready=True):
+    def start(self):
         if _broken:
             raise AssertionError("an earlier host did not answer:\n" + _broken[0])
         self.launch()
-        if not expect_ready:
-            return self.process.wait(timeout=START_TIMEOUT)
         deadline = time.monotonic() + START_TIMEOUT
         while time.monotonic() < deadline:
             text = self.log()
             found = re.search(r"serving RPC on (\S+) with", text)
             if found and ("--http" not in self.args or "serving HTTP on" in text):
                 self.endpoint = found.group(1)
-                http = re.search(r"serving HTTP on [^:]+:(\d+)", text)
-                self.http_port = int(http.group(1)) if http else None
-                return self.probe()
+                break
             if self.process.poll() is not None:
                 raise AssertionError("helion-host exited with %d:\n%s" %
                                      (self.process.returncode, text))
             time.sleep(0.05)
-        raise AssertionError("helion-host did not come up:\n" + self.log())
-
-    def probe(self):
-        """A host that says it serves must answer at once."""
-        try:
+        else:
+            raise AssertionError("helion-host did not come up:\n" + self.log())
+        try:  # a host that says it serves must answer at once
             answered = promote(self.endpoint, "--timeout", "10", "ping").returncode == 0
         except subprocess.TimeoutExpired:
             answered = False
@@ -124,7 +97,6 @@ class Host:
             raise AssertionError("helion-host serves but does not answer:\n" + self.log())
 
     def stop(self, sig=signal.SIGTERM):
-        """Signals the host and returns its exit status."""
         if self.process.poll() is None:
             self.process.send_signal(sig)
         try:
@@ -144,16 +116,13 @@ class Host:
         self.process.wait(timeout=START_TIMEOUT)
 
     def log(self):
-        with open(self.log_path, encoding="utf-8", errors="replace") as log:
-            return log.read()
+        return pathlib.Path(self.log_path).read_text(encoding="utf-8", errors="replace")
 
 
 atexit.register(lambda: [host.reap() for host in _started])
 
 
 class HostTestCase(unittest.TestCase):
-    """A scratch directory per test, removed afterwards."""
-
     def setUp(self):
         self.tmp = tempfile.mkdtemp(prefix="helion-e2e-")
         self.addCleanup(shutil.rmtree, self.tmp, ignore_errors=True)
@@ -178,24 +147,17 @@ class SharedHostTestCase(unittest.TestCase):
 
     @classmethod
     def tearDownClass(cls):
-        status = cls.host.stop()
-        log = cls.host.log()
+        status, log = cls.host.stop(), cls.host.log()
         shutil.rmtree(cls.tmp, ignore_errors=True)
-        if status != 0:
-            raise AssertionError("helion-host exited with %d:\n%s" % (status, log))
+        assert status == 0, "helion-host exited with %d:\n%s" % (status, log)
 
     def setUp(self):
         self.work = tempfile.mkdtemp(prefix="case-", dir=self.tmp)
-        self.portal_dirs = []
-
-    def tearDown(self):
-        for name in self.portal_dirs:
-            shutil.rmtree(os.path.join(PORTAL_ROOT, name), ignore_errors=True)
 
     def portal_dir(self, label):
         """A portal directory name of this test, removed from the test portal root afterwards."""
-        name = "e2e-%s-%d-%d" % (label, os.getpid(), len(self.portal_dirs))
-        self.portal_dirs.append(name)
+        name = "e2e-%s-%d-%d" % (label, os.getpid(), next(_names))
+        self.addCleanup(shutil.rmtree, os.path.join(PORTAL_ROOT, name), ignore_errors=True)
         return name
 
     def signed_sample(self, where=None):
@@ -203,31 +165,23 @@ class SharedHostTestCase(unittest.TestCase):
         where = where or self.work
         os.makedirs(where, exist_ok=True)
         package = os.path.join(where, "portal.zip")
-        result = portal("pack", SAMPLE_PORTAL, "-o", package)
-        assert result.returncode == 0, result.stderr
-        result = portal("sign", "--key", DEV_PRIVATE_KEY, package)
-        assert result.returncode == 0, result.stderr
+        for args in (("pack", SAMPLE_PORTAL, "-o", package),
+                     ("sign", "--key", DEV_PRIVATE_KEY, package)):
+            result = portal(*args)
+            assert result.returncode == 0, result.stderr
         return package, package + ".sig"
 
 
 def tree(root):
-    """{relative path: bytes} of every file below root."""
-    files = {}
-    for dirpath, _, names in os.walk(root):
-        for name in names:
-            path = os.path.join(dirpath, name)
-            with open(path, "rb") as handle:
-                files[os.path.relpath(path, root)] = handle.read()
-    return files
+    return {str(path.relative_to(root)): path.read_bytes()
+            for path in pathlib.Path(root).rglob("*") if path.is_file()}
 
 
 def write_tree(root, files):
-    """Writes {relative path: bytes} below root; returns root."""
     for relative, content in files.items():
-        path = os.path.join(root, relative)
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        with open(path, "wb") as handle:
-            handle.write(content)
+        path = pathlib.Path(root, relative)
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(content)
     return root
 
 
