@@ -192,7 +192,7 @@ def build_all(log):
 
 def ctest(labels, excluded, log, extra=()):
     command = ["ctest", "--test-dir", build, "-j2", "-L", "^(%s)$" % labels,
-               "-LE", "^(packaging|load)$", *extra]
+               "-LE", "^(packaging|load)$", "--output-on-failure", *extra]
     if excluded:
         command += ["-E", "^(%s)$" % "|".join(map(re.escape, excluded))]
     with open(log, "w") as out:
