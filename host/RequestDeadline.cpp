@@ -38,8 +38,8 @@ public:
 
     uint32_t read(uint8_t* buf, uint32_t len) {
         if (started_) {
-            const auto left =
-                std::chrono::duration_cast<std::chrono::milliseconds>(endsAt_ - Clock::now());
+            // Rounded up: a timeout that fires short of the deadline would not count as it.
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(endsAt_ - Clock::now());
             if (left.count() <= 0) {
                 expired();
             }
