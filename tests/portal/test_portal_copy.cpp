@@ -1,8 +1,8 @@
 // copyPortalDir: which files move in, what happens to the source, and the failure envelopes.
 #include <gtest/gtest.h>
 
-#include "support/ServiceAccess.h"
 #include "portal/PortalFixture.h"
+#include "support/ServiceAccess.h"
 
 namespace {
 
