@@ -77,30 +77,22 @@ TEST_F(SignatureCheck, MissingFilesFailBeforeAnyCheck) {
     EXPECT_TRUE(log_.contains("read:" + missing + " failed"));
     EXPECT_FALSE(corvid::SdpPromoteServiceImplAccess::verifySignature(service_, missing, zipPath_));
     EXPECT_FALSE(log_.contains("rsa_sha256_verify result"));
-
-    std::string out = "stale";
-    const std::string binary("a\0b\r\n\xff", 6);
-    EXPECT_TRUE(corvid::SdpPromoteServiceImplAccess::readFileContent(
-        service_, dir_.write("bin", binary), out));
-    EXPECT_EQ(out, binary);
 }
 
-// The read is sized from the file's status; what the status does not tell must still be read.
+// The read starts from the size the file reports; what that does not tell must still be read:
+// empty, binary, larger than one read, and /proc's files that report 0 and hold text.
 TEST_F(SignatureCheck, WholeFilesAreReadWhateverSizeTheyReport) {
-    std::string out = "stale";
-    EXPECT_TRUE(corvid::SdpPromoteServiceImplAccess::readFileContent(service_,
-                                                                     dir_.write("empty", ""), out));
-    EXPECT_EQ(out, "");
-
     std::string large(300 * 1024 + 7, '\0');
     for (std::size_t i = 0; i < large.size(); ++i) {
         large[i] = static_cast<char>(i * 131 % 251);
     }
-    EXPECT_TRUE(corvid::SdpPromoteServiceImplAccess::readFileContent(
-        service_, dir_.write("large", large), out));
-    EXPECT_EQ(out, large);
-
-    // Reports a size of zero, holds text.
+    for (const std::string& content : {std::string(), std::string("a\0b\r\n\xff", 6), large}) {
+        std::string out = "stale";
+        EXPECT_TRUE(corvid::SdpPromoteServiceImplAccess::readFileContent(
+            service_, dir_.write("file", content), out));
+        EXPECT_EQ(out, content);
+    }
+    std::string out;
     EXPECT_TRUE(
         corvid::SdpPromoteServiceImplAccess::readFileContent(service_, "/proc/self/status", out));
     EXPECT_EQ(out.compare(0, 5, "Name:"), 0);
