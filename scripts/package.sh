@@ -27,6 +27,13 @@ if command -v ccache >/dev/null; then
     launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 fi
 
+# Debian's hardening flags (stack protector, fortify, full RELRO with immediate binding); CMake
+# takes them from the environment into a fresh cache.
+export DEB_BUILD_MAINT_OPTIONS=hardening=+all
+CXXFLAGS="$(dpkg-buildflags --get CPPFLAGS) $(dpkg-buildflags --get CXXFLAGS)"
+LDFLAGS="$(dpkg-buildflags --get LDFLAGS)"
+export CXXFLAGS LDFLAGS
+
 # A fresh cache each time: a key or an allowance given to an earlier run must not linger.
 rm -f "$build/CMakeCache.txt" "$out"/*.deb
 cmake -S "$source_dir" -B "$build" -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
