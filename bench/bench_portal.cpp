@@ -8,6 +8,7 @@
 #include "SdpPromote/SdpPromoteServiceImpl.h"
 #include "bench/BenchFiles.h"
 #include "tests/support/ServiceAccess.h"
+#include "tools/lib/FileIo.h"
 #include "tools/lib/PackageWriter.h"
 
 namespace {
@@ -36,8 +37,9 @@ void BM_VerifySignature(benchmark::State& state) {
 }
 BENCHMARK(BM_VerifySignature)->Arg(1)->Arg(16)->Unit(benchmark::kMillisecond);
 
-// Extraction of a portal-like package of range(0) MiB into a fresh directory per iteration;
-// bytes are the uncompressed bytes written.
+// Extraction of a portal-like package of range(0) MiB into a fresh directory per iteration, from
+// the file (range(2) 0) or from its bytes in memory (1, as updatePortal does); bytes are the
+// uncompressed bytes written.
 void BM_UnZipToFile(benchmark::State& state) {
     const std::uint64_t size = static_cast<std::uint64_t>(state.range(0)) * kMiB;
     const unsigned files = static_cast<unsigned>(state.range(1));
@@ -47,6 +49,9 @@ void BM_UnZipToFile(benchmark::State& state) {
     const std::string zip = scratch.file("package.zip");
     helion::tools::packPortal(tree, zip);
 
+    const bool fromMemory = state.range(2) != 0;
+    const std::string data = fromMemory ? helion::tools::readWholeFile(zip) : std::string();
+
     corvid::SdpPromoteServiceImpl service;
     const std::string dest = scratch.file("out");
     for (auto _ : state) {
@@ -55,7 +60,10 @@ void BM_UnZipToFile(benchmark::State& state) {
         boost::filesystem::remove_all(dest, ignored);
         boost::filesystem::create_directories(dest);
         state.ResumeTiming();
-        if (!SdpPromoteServiceImplAccess::unZipToFile(service, zip, dest)) {
+        const bool extracted =
+            fromMemory ? SdpPromoteServiceImplAccess::unZipFromMemory(service, zip, data, dest)
+                       : SdpPromoteServiceImplAccess::unZipToFile(service, zip, dest);
+        if (!extracted) {
             state.SkipWithError("the package did not extract");
             break;
         }
@@ -63,6 +71,6 @@ void BM_UnZipToFile(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
     state.counters["files"] = files;
 }
-BENCHMARK(BM_UnZipToFile)->Args({16, 1000})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_UnZipToFile)->Args({16, 1000, 0})->Args({16, 1000, 1})->Unit(benchmark::kMillisecond);
 
 }  // namespace
