@@ -1,14 +1,10 @@
 #!/usr/bin/python3
-"""Concurrent clients against helion-host over the test module, with a mix of the portal and
-process methods, every answer checked exactly.
+"""Concurrent clients against helion-host over the test module, every answer checked exactly.
 
-The host's open descriptors and resident memory are sampled while no client is connected, after a
-warm-up round and at the end; the run fails on a failed or lost call, a host that dies, or
-descriptors or memory that grow. The diagnosis tool methods stay out: outside a PID namespace
-they would kill whatever else runs under the tool's name. Paths come from the environment ctest
-sets, so longer runs go through ctest too:
-
-    HELION_LOAD_SECONDS=120 ctest --test-dir build/release -R load.host -V
+The host's descriptors and resident memory are sampled after a warm-up round and at the end; the
+run fails on a failed or lost call, a host that dies, or descriptors or memory that grow. The
+diagnosis tool methods stay out: outside a PID namespace they would kill whatever else runs under
+the tool's name. Longer runs: HELION_LOAD_SECONDS=120 ctest --test-dir build/release -R load.host -V
 """
 import argparse
 import json
@@ -28,40 +24,35 @@ from test_wire_python import Client  # noqa: E402
 SUCCESS = {"code": 0, "message": "successful", "data": ""}
 
 
+def process_answer(data):
+    return data.code, data.message, [(p.pid, p.procName, p.procPath) for p in data.processInfo]
+
+
 class Caller:
-    """One simulated caller with its own connection (re-opened every few calls) and portal
-    directories; counts its calls and keeps its failures."""
+    """One caller with its own connection (re-opened every 25 calls) and portal directories."""
 
     def __init__(self, index, host, package, bad_signature):
-        self.random = random.Random(index)
-        self.socket = host.socket
+        self.random, self.socket = random.Random(index), host.socket
         self.dir = "load-%d-%d" % (os.getpid(), index)
         self.source = os.path.join(host.workdir, "source-%d" % index)
         update = {"srcZip": package, "portalDir": self.dir, "signFile": package + ".sig"}
         bad = dict(update, portalDir=self.dir + "-bad", signFile=bad_signature)
         self.checks = [
             (lambda s: s.IsRpcStatusNormal(), True),
-            (lambda s: self.process_answer(s.getProcessData(-1)), (10, "invalid pid", [])),
-            (lambda s: self.process_answer(s.getProcessData(os.getpid())),
+            (lambda s: process_answer(s.getProcessData(-1)), (10, "invalid pid", [])),
+            (lambda s: process_answer(s.getProcessData(os.getpid())),
              (12, "not support impl", [(0, "", "")])),
-            (lambda s: self.process_answer(s.getAllProcessData()), (12, "not support impl", [])),
+            (lambda s: process_answer(s.getAllProcessData()), (12, "not support impl", [])),
             (lambda s: json.loads(s.delPortalDir(json.dumps({"portalDirs": [self.dir + "-x"]}))),
              SUCCESS),
             (lambda s: json.loads(s.updatePortal(json.dumps(bad))),
              {"code": 1, "message": "verify signature error", "data": ""}),
-            (lambda s: self.installed(s.updatePortal(json.dumps(update))), SUCCESS),
-            (lambda s: self.copied(s), SUCCESS),
+            (lambda s: (json.loads(s.updatePortal(json.dumps(update))),
+                        os.path.isfile(os.path.join(PORTAL_ROOT, self.dir, "index.html"))),
+             (SUCCESS, True)),
+            (self.copied, (SUCCESS, False)),
         ]
-        self.calls = 0
-        self.failures = []
-
-    @staticmethod
-    def process_answer(data):
-        return data.code, data.message, [(p.pid, p.procName, p.procPath) for p in data.processInfo]
-
-    def installed(self, text):
-        ok = os.path.isfile(os.path.join(PORTAL_ROOT, self.dir, "index.html"))
-        return json.loads(text) if ok else "index.html missing after " + text
+        self.calls, self.failures = 0, []
 
     def copied(self, service):
         os.makedirs(self.source, exist_ok=True)
@@ -70,7 +61,7 @@ class Caller:
                 handle.write(name)
         text = service.copyPortalDir(json.dumps({"srcDir": self.source,
                                                  "portalDir": self.dir + "-copy"}))
-        return "source left behind" if os.path.exists(self.source) else json.loads(text)
+        return json.loads(text), os.path.exists(self.source)
 
     def run(self, deadline):
         client = None
@@ -111,10 +102,8 @@ def run_round(callers, seconds):
     """Runs every caller for seconds; returns how many did not finish in time."""
     deadline = time.monotonic() + seconds
     threads = [threading.Thread(target=c.run, args=(deadline,), daemon=True) for c in callers]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join(timeout=max(0, deadline + 120 - time.monotonic()))
+    [thread.start() for thread in threads]
+    [thread.join(timeout=max(0, deadline + 120 - time.monotonic())) for thread in threads]
     return sum(thread.is_alive() for thread in threads)
 
 
@@ -127,17 +116,15 @@ def main():
 
     work = tempfile.mkdtemp(prefix="helion-load-")
     host = Host(work, extra=("--workers", str(args.clients)))
-    # Debug lines for every call would make the log the bottleneck.
-    host.args[host.args.index("--log-level") + 1] = "info"
+    host.args[host.args.index("--log-level") + 1] = "info"  # debug lines would be the bottleneck
     callers = []
     try:
-        package = os.path.join(work, "portal.zip")
+        package, bad_signature = os.path.join(work, "portal.zip"), os.path.join(work, "bad.sig")
         for command in (("pack", SAMPLE_PORTAL, "-o", package),
                         ("sign", "--key", DEV_PRIVATE_KEY, package)):
             result = portal(*command)
             if result.returncode != 0:
                 raise SystemExit("helion-portal %s failed: %s" % (command[0], result.stderr))
-        bad_signature = os.path.join(work, "bad.sig")
         with open(bad_signature, "wb") as handle:
             handle.write(random.Random(1).randbytes(256))
 

@@ -16,9 +16,9 @@ using helion::test::LogCapture;
 
 TEST(CmdPopen, OutputIsAppendedAndTheStatusJudged) {
     // 3000 characters need several reads of at most 1023; each piece must land after the last.
-    std::string longLine;
+    std::string longLine(3000, 'a');
     for (int i = 0; i < 3000; ++i) {
-        longLine += static_cast<char>('a' + i % 26);
+        longLine[i] = static_cast<char>('a' + i % 26);
     }
     const struct {
         std::string cmd;
@@ -55,34 +55,36 @@ TEST(CmdPopen, OutputIsAppendedAndTheStatusJudged) {
     }
 }
 
-// The failure paths below change process-wide state, so they run in a forked child that
-// reports through its exit code.
-[[noreturn]] void popenWithoutFileDescriptors() {
-    LogCapture log;
-    const rlimit none{0, 0};
-    setrlimit(RLIMIT_NOFILE, &none);
-    std::string out = "kept";
-    const bool result = cmdPopen("echo unseen", out);
-    const bool logged = log.contains(
-        "]: popen(cmd) fail,cmd:echo unseen; Reason: errorno:24,msg:Too many open "
-        "files");
-    std::_Exit(result && out == "kept" && logged ? 0 : 1);
-}
-
-[[noreturn]] void pcloseWithoutChildStatus() {
-    LogCapture log;
-    // Children reaped by the kernel leave pclose nothing to wait for.
-    std::signal(SIGCHLD, SIG_IGN);
-    std::string out;
-    const bool result = cmdPopen("echo gone", out);
-    const bool logged =
-        log.contains("]: pclose(fp) fail, cmd:echo gone，; Reason: pclose exec failed");
-    std::_Exit(!result && out == "gone\n" && logged ? 0 : 1);
-}
-
 TEST(CmdPopenDeathTest, UnopenablePipeSucceedsAndLostChildStatusFails) {
-    EXPECT_EXIT(popenWithoutFileDescriptors(), ::testing::ExitedWithCode(0), "");
-    EXPECT_EXIT(pcloseWithoutChildStatus(), ::testing::ExitedWithCode(0), "");
+    // Each breaks process-wide state, so it runs in a forked child reporting by exit code.
+    const struct {
+        void (*breakIt)();
+        const char *cmd, *out, *logged;
+        bool result;
+    } cases[] = {
+        {[] {
+             const rlimit none{};
+             setrlimit(RLIMIT_NOFILE, &none);
+         },
+         "echo unseen", "",
+         "]: popen(cmd) fail,cmd:echo unseen; Reason: errorno:24,msg:Too many open files", true},
+        // Children reaped by the kernel leave pclose nothing to wait for.
+        {[] { std::signal(SIGCHLD, SIG_IGN); }, "echo gone", "gone\n",
+         "]: pclose(fp) fail, cmd:echo gone，; Reason: pclose exec failed", false},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EXIT(
+            {
+                LogCapture log;
+                c.breakIt();
+                std::string out;
+                std::_Exit(
+                    cmdPopen(c.cmd, out) == c.result && out == c.out && log.contains(c.logged) ? 0
+                                                                                               : 1);
+            },
+            ::testing::ExitedWithCode(0), "")
+            << c.cmd;
+    }
 }
 
 }  // namespace
