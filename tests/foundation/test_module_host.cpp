@@ -62,7 +62,7 @@ std::string note(const std::string& call) {
     calls.push_back(call);
     return call;
 }
-bool hideServices = false;
+bool hideServices = false, busAnswer = true;
 std::function<void()> registerFault;
 std::string registeredName, answer;
 std::shared_ptr<apache::thrift::TProcessor> registeredProcessor;
@@ -104,7 +104,7 @@ struct Host {
         registeredProcessor = processor;
     }
     static bool publish(void*, const char* topic, const char* text) {
-        return !note(std::string("publish ") + topic + " " + text).empty();
+        return note(std::string("publish ") + topic + " " + text), busAnswer;
     }
     static void* queryService(void*, const char* name);
     static const char* body(void*) { return note("body"), R"({"name":"x"})"; }
@@ -184,6 +184,7 @@ TEST_F(ModuleHost, IdentityIsReachedByPosition) {
 }
 
 TEST_F(ModuleHost, LoadingRegistersAFreshProcessorThenTheLifecycleOnlyLogs) {
+    EXPECT_FALSE(corvid::details::EventCenter::broadcast("early", "c")) << "not loaded yet";
     auto* host = context.as<corvid::IRunTimeContext>();
     callSlot<void (*)(void*, void*)>(module_, 3, host);
     EXPECT_EQ(calls, (std::vector<std::string>{"queryService RpcServer", "registerProcessor"}));
@@ -210,7 +211,14 @@ TEST_F(ModuleHost, LoadingRegistersAFreshProcessorThenTheLifecycleOnlyLogs) {
                   "2 [HelionPromote:moduleDidUnloadFinished:186]: moduleDidUnloadFinished"}));
     calls.clear();
     EXPECT_TRUE(corvid::details::EventCenter::broadcast("topic", "content"));
-    EXPECT_EQ(calls, (std::vector<std::string>{"queryService EventBus", "publish topic content"}));
+    busAnswer = false;
+    EXPECT_FALSE(corvid::details::EventCenter::broadcast("t2", ""));
+    hideServices = true;
+    EXPECT_FALSE(corvid::details::EventCenter::broadcast("no bus", "c"));
+    hideServices = false;
+    EXPECT_EQ(calls, (std::vector<std::string>{"queryService EventBus", "publish topic content",
+                                               "queryService EventBus", "publish t2 ",
+                                               "queryService EventBus"}));
 }
 
 TEST_F(ModuleHost, AFailingRegistrationIsLoggedOnceAndTheLoadReturns) {

@@ -16,14 +16,6 @@ using namespace apache::thrift;
 MultiplexingHost::MultiplexingHost(std::string socketPath)
     : socketPath_(std::move(socketPath)), multiplexer_(std::make_shared<TMultiplexedProcessor>()) {}
 
-MultiplexingHost::~MultiplexingHost() {
-    stop();
-}
-
-void MultiplexingHost::registerProcessor(const char* name, std::shared_ptr<TProcessor>& processor) {
-    multiplexer_->registerProcessor(name, processor);
-}
-
 void MultiplexingHost::start() {
     auto socket = std::make_shared<transport::TServerSocket>(socketPath_);
     server_ = std::make_unique<server::TThreadedServer>(
@@ -55,10 +47,6 @@ RpcClient::RpcClient(const std::string& socketPath, const std::string& serviceNa
           std::make_shared<protocol::TBinaryProtocol>(transport), serviceName)),
       service(protocol) {
     transport->open();
-}
-
-RpcClient::~RpcClient() {
-    transport->close();
 }
 
 }  // namespace helion::test

@@ -19,10 +19,11 @@ namespace helion::test {
 class MultiplexingHost : public corvid::IRpcServer {
 public:
     explicit MultiplexingHost(std::string socketPath);
-    ~MultiplexingHost() override;
-
+    ~MultiplexingHost() override { stop(); }
     void registerProcessor(const char* name,
-                           std::shared_ptr<apache::thrift::TProcessor>& processor) override;
+                           std::shared_ptr<apache::thrift::TProcessor>& processor) override {
+        multiplexer_->registerProcessor(name, processor);
+    }
     /// Serves on a background thread; returns once the socket accepts connections.
     void start();
     void stop();
@@ -38,7 +39,7 @@ private:
 struct RpcClient {
     explicit RpcClient(const std::string& socketPath,
                        const std::string& service = "SdpPromoteService");
-    ~RpcClient();
+    ~RpcClient() { transport->close(); }
 
     std::shared_ptr<apache::thrift::transport::TSocket> socket;
     std::shared_ptr<apache::thrift::transport::TTransport> transport;

@@ -34,10 +34,6 @@ LogCapture::LogCapture(spdlog::level::level_enum level) : sink_(std::make_shared
     corvid::Logger::GetInstance().init(std::move(logger), level);
 }
 
-LogCapture::~LogCapture() {
-    corvid::Logger::GetInstance().markUninitialised();
-}
-
 std::vector<LogLine> LogCapture::lines() const {
     return sink_->snapshot();
 }
@@ -62,11 +58,6 @@ TempDir::TempDir()
     boost::filesystem::create_directories(path_);
 }
 
-TempDir::~TempDir() {
-    boost::system::error_code ignored;
-    boost::filesystem::remove_all(path_, ignored);
-}
-
 std::string TempDir::write(const std::string& relative, const std::string& content) const {
     const auto target = path_ / relative;
     boost::filesystem::create_directories(target.parent_path());
@@ -79,17 +70,6 @@ std::string readFile(const std::string& path) {
     std::ostringstream content;
     content << in.rdbuf();
     return content.str();
-}
-
-bool FakeEventBus::publish(const char* topic, const char* content) {
-    published.emplace_back(topic, content);
-    return answer;
-}
-
-void* FakeRuntimeContext::queryService(const char* name) {
-    queries.emplace_back(name);
-    const auto found = services.find(name);
-    return found != services.end() ? found->second : nullptr;
 }
 
 }  // namespace helion::test

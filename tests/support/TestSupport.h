@@ -29,10 +29,9 @@ struct LogLine {
 class LogCapture {
 public:
     explicit LogCapture(spdlog::level::level_enum level = spdlog::level::trace);
-    ~LogCapture();
+    ~LogCapture() { corvid::Logger::GetInstance().markUninitialised(); }
 
     std::vector<LogLine> lines() const;
-    /// Lines whose text contains needle.
     std::vector<LogLine> matching(const std::string& needle) const;
     bool contains(const std::string& needle) const { return !matching(needle).empty(); }
     void clear();
@@ -46,7 +45,7 @@ private:
 class TempDir {
 public:
     TempDir();
-    ~TempDir();
+    ~TempDir() { boost::filesystem::remove_all(path_, ignored_); }
     const boost::filesystem::path& path() const { return path_; }
     std::string str() const { return path_.string(); }
     /// Writes a file below the directory, creating parents; returns its path.
@@ -54,35 +53,20 @@ public:
 
 private:
     boost::filesystem::path path_;
+    boost::system::error_code ignored_;
 };
 
 /// Reads a whole file; empty when it cannot be read.
 std::string readFile(const std::string& path);
 
-/// The host's RPC server: records registrations.
-class FakeRpcServer : public corvid::IRpcServer {
-public:
-    void registerProcessor(const char* name,
-                           std::shared_ptr<apache::thrift::TProcessor>& processor) override {
-        processors[name] = processor;
-    }
-
-    std::map<std::string, std::shared_ptr<apache::thrift::TProcessor>> processors;
-};
-
-/// The host's event bus: records what the module publishes.
-class FakeEventBus : public corvid::IEventBus {
-public:
-    bool publish(const char* topic, const char* content) override;
-
-    std::vector<std::pair<std::string, std::string>> published;
-    bool answer = true;
-};
-
 /// The host's service directory.
 class FakeRuntimeContext : public corvid::IRunTimeContext {
 public:
-    void* queryService(const char* name) override;
+    void* queryService(const char* name) override {
+        queries.emplace_back(name);
+        const auto found = services.find(name);
+        return found != services.end() ? found->second : nullptr;
+    }
 
     std::map<std::string, void*> services;
     std::vector<std::string> queries;
