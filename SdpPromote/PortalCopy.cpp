@@ -10,6 +10,7 @@
 #include "SdpPromote/PortalPath.h"
 #include "SdpPromote/RegularFile.h"
 #include "common/Log.h"
+#include "common/ScopeGuard.h"
 #include "http/ResponseStr.h"
 #include "model/CopyPortalDirReq.h"
 
@@ -45,8 +46,8 @@ void SdpPromoteServiceImpl::copyPortalDir(std::string& _return, const std::strin
     }
 
     // Errors thrown while walking the source reach the RPC layer unchanged.
-    VisitedDirectories visited;
-    const std::size_t failures = copyPortalFileRecursion(req.srcDir, target, visited);
+    DirectoriesOnPath onPath;
+    const std::size_t failures = copyPortalFileRecursion(req.srcDir, target, onPath);
 
     if (failures > 0) {
         // The caller's files are the only copy of what did not arrive: they stay where they are.
@@ -67,20 +68,28 @@ void SdpPromoteServiceImpl::copyPortalDir(std::string& _return, const std::strin
 
 void SdpPromoteServiceImpl::copyPortalFileRecursion(const std::string& src,
                                                     const std::string& dst) {
-    VisitedDirectories visited;
-    copyPortalFileRecursion(src, dst, visited);
+    DirectoriesOnPath onPath;
+    copyPortalFileRecursion(src, dst, onPath);
 }
 
 std::size_t SdpPromoteServiceImpl::copyPortalFileRecursion(const std::string& src,
                                                            const std::string& dst,
-                                                           VisitedDirectories& visited) {
+                                                           DirectoriesOnPath& onPath) {
+    // A directory that is already being copied further up this path is reached again only
+    // through a link back up the tree: entering it would never end.
     struct stat status {};
-    if (::stat(src.c_str(), &status) == 0 &&
-        !visited.emplace(static_cast<uint64_t>(status.st_dev), static_cast<uint64_t>(status.st_ino))
-             .second) {
-        HP_LOG(spdlog::level::warn, "skip dir:{}; Reason: {}", src, "already copied on this walk");
+    const bool known = ::stat(src.c_str(), &status) == 0;
+    const DirectoryId id{static_cast<uint64_t>(status.st_dev),
+                         static_cast<uint64_t>(status.st_ino)};
+    if (known && !onPath.insert(id).second) {
+        HP_LOG(spdlog::level::warn, "skip dir:{}; Reason: {}", src, "a link back up the tree");
         return 0;
     }
+    ScopeGuard leave([&onPath, id, known] {
+        if (known) {
+            onPath.erase(id);
+        }
+    });
     std::size_t failures = 0;
 
     boost::system::error_code ec;
@@ -95,7 +104,7 @@ std::size_t SdpPromoteServiceImpl::copyPortalFileRecursion(const std::string& sr
         ec.clear();
         // Every subdirectory is entered, so one without matching files still appears, empty.
         if (fs::is_directory(fs::status(entry->path(), ec))) {
-            failures += copyPortalFileRecursion(entry->path().string(), entryTarget, visited);
+            failures += copyPortalFileRecursion(entry->path().string(), entryTarget, onPath);
             continue;
         }
         if (!stringInList(name, copyFilter_)) {

@@ -59,13 +59,13 @@ private:
     // Reads only a regular file of at most limit bytes.
     bool readFileContent(const std::string& path, std::string& out, bool binary, std::size_t limit);
     void copyPortalFileRecursion(const std::string& src, const std::string& dst);
-    // Directories (device, inode) already entered on one walk of copyPortalFileRecursion.
-    using VisitedDirectories = std::set<std::pair<uint64_t, uint64_t>>;
-    // visited: the directories already entered on this walk. A link back up the
-    // tree, or a second link to a directory already copied, is not followed again, so any tree
-    // is copied in bounded time. Returns how many files failed to copy.
+    // A directory by device and inode, and those being copied on the current path of a walk.
+    using DirectoryId = std::pair<uint64_t, uint64_t>;
+    using DirectoriesOnPath = std::set<DirectoryId>;
+    // onPath: the directories the walk is inside of. A link back up the tree is not followed,
+    // so every walk ends. Returns how many files failed to copy.
     std::size_t copyPortalFileRecursion(const std::string& src, const std::string& dst,
-                                        VisitedDirectories& visited);
+                                        DirectoriesOnPath& onPath);
     bool stringInList(const std::string& s, const std::vector<std::string>& list);
 
     /// Extensions of the resource files copyPortalDir moves in.

@@ -106,19 +106,22 @@ TEST_F(HostileInputs, OnlyRegularFilesWithinTheLimitsAreRead) {
     EXPECT_EQ(readFile((root_ / "web/index.html").string()), "new");
 }
 
-TEST_F(HostileInputs, LinkedDirectoriesAreCopiedOnceAndLoopsEnd) {
+TEST_F(HostileInputs, LinksBackUpTheTreeAreNotFollowedAndOtherLinksAre) {
     const fs::path src = scratch_.path() / "src";
     scratch_.write("src/a.css", "a");
     scratch_.write("src/shared/b.css", "b");
     fs::create_directory_symlink(".", src / "l1");
-    fs::create_directory_symlink(".", src / "l2");
+    fs::create_directory_symlink("..", src / "shared/up");
     fs::create_directory_symlink("shared", src / "again");
     service_.copyPortalDir(result_, helion::test::copyRequest(src.string(), "web"));
     EXPECT_EQ(parseEnvelope(result_).code, 0);
-    EXPECT_EQ(readFile((root_ / "web/a.css").string()), "a");
-    EXPECT_EQ(readFile((root_ / "web/shared/b.css").string()), "b");
+    for (const char* copied : {"a.css", "shared/b.css", "again/b.css"}) {
+        EXPECT_EQ(readFile((root_ / "web" / copied).string()), fs::path(copied).stem().string());
+    }
     EXPECT_FALSE(fs::exists(root_ / "web/l1/a.css"));
-    EXPECT_EQ(log_.matching("skip dir:").size(), 3u);
+    EXPECT_FALSE(fs::exists(root_ / "web/shared/up/a.css"));
+    // l1, shared/up, and again/up (which leads back to src again).
+    EXPECT_EQ(log_.matching("; Reason: a link back up the tree").size(), 3u);
 }
 
 TEST_F(HostileInputs, RequestTextCannotForgeALogLine) {
