@@ -84,28 +84,6 @@ TEST_F(PackageFaults, CorruptEntryDataIsWrittenAsItInflatesAndTheOtherEntriesAre
     expectGoodUpdateStillWorks();
 }
 
-TEST_F(PackageFaults, AnEntryBelowAnotherEntrysPlainFileIsSkipped) {
-    const auto package = helion::test::signedPackage(
-        scratch_, "blocked.zip",
-        {{"blocker", "file"}, {"blocker/inner.css", "inner"}, {"free.css", "free"}});
-    EXPECT_EQ(update(package, "web").code, 0);
-    EXPECT_EQ(readFile((root_ / "web/blocker").string()), "file");
-    EXPECT_EQ(readFile((root_ / "web/free.css").string()), "free");
-    EXPECT_TRUE(log_.contains("Failed to create dir:" + (root_ / "web/blocker").string()));
-}
-
-TEST_F(PackageFaults, ATargetBelowAPlainFileIsCode9WithTheSystemsText) {
-    plant("blocker", "file");
-    const auto package = helion::test::signedPackage(scratch_, "p.zip", {{"a.css", "a"}});
-    const auto envelope = update(package, "blocker/web");
-    EXPECT_EQ(envelope.code, 9);
-    EXPECT_NE(envelope.message, "create dir error");
-    EXPECT_FALSE(envelope.message.empty());
-    EXPECT_TRUE(log_.contains("create dir error; Reason: " + envelope.message));
-    EXPECT_EQ(readFile((root_ / "blocker").string()), "file");
-    expectGoodUpdateStillWorks();
-}
-
 // Root reads every file, so "unreadable" here means a directory where the file should be, or a
 // path that passes through a plain file.
 TEST_F(PackageFaults, UnreadablePackageOrSignatureIsAVerificationFailureThatTouchesNothing) {
