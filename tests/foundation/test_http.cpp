@@ -41,7 +41,7 @@ std::string send(HttpRouter& router, const char* method, const char* url, const 
            (response.contentFlag == 1 ? "" : " flag " + std::to_string(response.contentFlag));
 }
 
-TEST(HttpRouter, DispatchesByMethodThenAnyMethodThenCatchAll) {
+TEST(HttpRouter, DispatchesByMethodThenAnyMethodThenCatchAllAndAnswersFailures) {
     HttpRouter router;
     for (const char* method : {"GET", "POST", "DELETE", "bogus"}) {
         EXPECT_EQ(send(router, method, "/x", "not json"), "503 Service Unavailable");
@@ -63,6 +63,18 @@ TEST(HttpRouter, DispatchesByMethodThenAnyMethodThenCatchAll) {
     answer(HttpRouter::Head, "head", "/any/x");
     answer(HttpRouter::AnyMethod, "/anystrict", "/anystrict", kRequireName);
     answer(HttpRouter::AnyMethod, "any", "/any/.*");
+    // Failing handlers: /f0 .. /f4.
+    const std::function<void()> faults[] = {
+        [] { throw std::string("client fault"); },
+        [] { throw std::make_error_code(std::errc::permission_denied); },
+        [] { throw std::runtime_error("server fault"); }, [] { throw 7; }, nullptr};
+    for (const auto& fail : faults) {
+        const std::string path = "/f" + std::to_string(&fail - faults);
+        router.addRoute(
+            HttpRouter::Get, path, path,
+            fail ? HttpRouter::Handler([fail](corvid::IRequest*, corvid::IResponse*) { fail(); })
+                 : HttpRouter::Handler());
+    }
     answer(HttpRouter::CatchAll, "catch", "/never", R"({"type":"array"})");
     answer(HttpRouter::CatchAll, "second catch", ".*");
 
@@ -84,35 +96,17 @@ TEST(HttpRouter, DispatchesByMethodThenAnyMethodThenCatchAll) {
         {"GET", "/any/x", "{}", "400+" + std::string(kMissingName)},
         {"GET", "/any/x", "{\"a\":", "500+Invalid value."},
         {"PUT", "/elsewhere", R"({"name":1})", "200 catch"},  // its schema is not checked
+        {"GET", "/f0", "", "400+client fault"},
+        {"GET", "/f1", "", "500+" + std::make_error_code(std::errc::permission_denied).message()},
+        {"GET", "/f2", "", "500+server fault"},
+        {"GET", "/f3", "", "500+Unknown Internal ServerError"},
+        {"GET", "/f4", "", "500+" + std::string(std::bad_function_call().what())},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(send(router, c.method, c.url, c.body), c.answer) << c.method << " " << c.url;
     }
     EXPECT_EQ(router.getKeys().front(), "get");
     EXPECT_EQ(router.getKeys().back(), "second catch");
-}
-
-TEST(HttpRouter, HandlerFailuresAreAnsweredAndThrownOn) {
-    const struct {
-        std::function<void()> fail;
-        std::string answer;
-    } cases[] = {
-        {[] { throw std::string("client fault"); }, "400+client fault"},
-        {[] { throw std::make_error_code(std::errc::permission_denied); },
-         "500+" + std::make_error_code(std::errc::permission_denied).message()},
-        {[] { throw std::runtime_error("server fault"); }, "500+server fault"},
-        {[] { throw 7; }, "500+Unknown Internal ServerError"},
-        {nullptr, "500+" + std::string(std::bad_function_call().what())},
-    };
-    for (const auto& c : cases) {
-        HttpRouter router;
-        HttpRouter::Handler handler;
-        if (c.fail) {
-            handler = [fail = c.fail](corvid::IRequest*, corvid::IResponse*) { fail(); };
-        }
-        router.addRoute(HttpRouter::Get, "/f", "/f", handler);
-        EXPECT_EQ(send(router, "GET", "/f", ""), c.answer);
-    }
 }
 
 // What a check did: "ok", "code N in <category>", or the text it threw.
@@ -172,12 +166,12 @@ TEST(JsonChecker, BodiesAgainstStoredSchemas) {
 }
 
 TEST(JsonChecker, CategoryUsesTheParserTexts) {
-    const auto& category = corvid::_rapidjson_category::instance();
-    EXPECT_EQ(&category, &corvid::_rapidjson_category::instance());
-    EXPECT_EQ(category.message(0), "No error.");
-    EXPECT_EQ(category.message(17), "Unspecific syntax error.");
-    for (int code : {18, 1000, -1}) {
-        EXPECT_EQ(category.message(code), "Unknown error.") << code;
+    const std::pair<int, const char*> texts[] = {{0, "No error."},
+                                                 {17, "Unspecific syntax error."},
+                                                 {18, "Unknown error."},
+                                                 {-1, "Unknown error."}};
+    for (const auto& [code, text] : texts) {
+        EXPECT_EQ(corvid::_rapidjson_category::instance().message(code), text) << code;
     }
 }
 

@@ -1,6 +1,6 @@
-// Replays every seed and every kept finding of the fuzz targets through the targets' own entry
-// functions, built here without libFuzzer, so that a fixed crash stays fixed in the ordinary
-// suite. A failing input aborts the program; the last "replaying" line names it.
+// Replays every seed and kept finding of the fuzz targets through their own entry functions,
+// built here without libFuzzer, so a fixed crash stays fixed. A failing input aborts the
+// program; the last "replaying" line names it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,33 +13,29 @@
 
 #include "support/TestSupport.h"
 
-extern "C" {
-int replay_unzip(const uint8_t*, size_t);
-int replay_processor(const uint8_t*, size_t);
-int replay_json_checker(const uint8_t*, size_t);
-int replay_http_router(const uint8_t*, size_t);
-int replay_from_json(const uint8_t*, size_t);
-int replay_signature(const uint8_t*, size_t);
-}
+using Entry = int(const uint8_t*, size_t);
+#ifdef HELION_REPLAY_SANDBOXED
+extern "C" Entry replay_unzip, replay_processor;
+#else
+extern "C" Entry replay_json_checker, replay_http_router, replay_from_json, replay_signature;
+#endif
 
 namespace {
 
 namespace fs = boost::filesystem;
 
 TEST(FuzzReplay, SeedsAndKeptFindings) {
-    using Entry = int (*)(const uint8_t*, size_t);
 #ifdef HELION_REPLAY_SANDBOXED
-    const std::pair<const char*, Entry> targets[] = {{"unzip", replay_unzip},
-                                                     {"processor", replay_processor}};
+    const std::pair<const char*, Entry*> targets[] = {{"unzip", replay_unzip},
+                                                      {"processor", replay_processor}};
 #else
-    const std::pair<const char*, Entry> targets[] = {{"json_checker", replay_json_checker},
-                                                     {"http_router", replay_http_router},
-                                                     {"from_json", replay_from_json},
-                                                     {"signature", replay_signature}};
+    const std::pair<const char*, Entry*> targets[] = {{"json_checker", replay_json_checker},
+                                                      {"http_router", replay_http_router},
+                                                      {"from_json", replay_from_json},
+                                                      {"signature", replay_signature}};
 #endif
     for (const auto& [name, entry] : targets) {
-        // Seeds and regressions of one target, sorted so that runs are comparable.
-        std::vector<fs::path> files;
+        std::vector<fs::path> files;  // sorted, so that runs are comparable
         for (const char* kind : {"corpus", "regressions"}) {
             const fs::path dir = fs::path(HELION_SOURCE_DIR) / "fuzz" / kind / name;
             for (const auto& item : fs::is_directory(dir) ? fs::recursive_directory_iterator(dir)
