@@ -84,18 +84,16 @@ TEST_F(Logging, LevelGateAndTheInfoCap) {
 
 TEST_F(Logging, ContextTextIsAppendedAsItIsAndCountsTowardsTheCap) {
     LogCapture capture(spdlog::level::info);
-    Logger& logger = Logger::GetInstance();
-    logger.logWithCtx(
-        spdlog::level::info, kTag, "F", 1, [] { return std::string(); }, "m {}", 1);
-    logger.logWithCtx(
-        spdlog::level::info, kTag, "F", 2, [] { return std::string(" ctx"); }, "m {}", 2);
-    logger.logWithCtx(
-        spdlog::level::info, kTag, "F", 1, [] { return std::string("!"); }, "{}", lineOf(2048));
-    const auto lines = capture.lines();
-    ASSERT_EQ(lines.size(), 3U);
-    EXPECT_EQ(lines[0].text, "[HelionPromote:F:1]: m 1");
-    EXPECT_EQ(lines[1].text, "[HelionPromote:F:2]: m 2 ctx");
-    EXPECT_EQ(lines[2].text, (kPrefix + lineOf(2048)).substr(0, 2045) + "...");
+    const std::string cases[][3] = {
+        {"", "m", "[HelionPromote:F:1]: m"},
+        {" ctx", "m 2", "[HelionPromote:F:1]: m 2 ctx"},
+        {"!", lineOf(2048), (kPrefix + lineOf(2048)).substr(0, 2045) + "..."}};
+    for (const auto& [context, message, line] : cases) {
+        capture.clear();
+        Logger::GetInstance().logWithCtx(
+            spdlog::level::info, kTag, "F", 1, [&] { return context; }, "{}", message);
+        EXPECT_EQ(capture.lines().at(0).text, line);
+    }
 }
 
 // A sink that throws what it is told to.
