@@ -66,71 +66,58 @@ bool hideServices = false, busAnswer = true;
 std::function<void()> registerFault;
 std::string registeredName, answer;
 std::shared_ptr<apache::thrift::TProcessor> registeredProcessor;
+void* const wrong = slotOf(+[](void*) { note("wrong slot"); });
 
 // An object whose vptr points at slot 1 of a table laid out as the compiler lays one out:
 // offset to top, type info, then the slots; interfaces with a virtual destructor get two
 // destructor slots first, which the module must never call.
-class HandMade {
-public:
+struct HandMade {
     HandMade(const std::type_info& type, std::vector<void*> slots, bool destructors = true)
-        : table_(std::move(slots)) {
-        if (destructors) {
-            table_.insert(table_.begin(), {slotOf(&wrong), slotOf(&wrong)});
-        }
-        table_.insert(table_.begin(), {nullptr, const_cast<std::type_info*>(&type)});
-        vptr_ = table_.data() + 2;
+        : table{nullptr, const_cast<std::type_info*>(&type)} {
+        table.insert(table.end(), destructors ? 2 : 0, wrong);
+        table.insert(table.end(), slots.begin(), slots.end());
+        vptr = table.data() + 2;
     }
     template <typename T = void>
     T* as() {
-        return reinterpret_cast<T*>(&vptr_);
+        return reinterpret_cast<T*>(&vptr);
     }
-
-    static void wrong(void*) { note("wrong slot"); }
-
-private:
-    std::vector<void*> table_;
-    void** vptr_;
+    std::vector<void*> table;
+    void** vptr;
 };
 
-// The host's side of each slot.
-struct Host {
-    static void registerProcessor(void*, const char* name,
-                                  std::shared_ptr<apache::thrift::TProcessor>& processor) {
+HandMade rpcServer{
+    typeid(corvid::IRpcServer),
+    {slotOf(+[](void*, const char* name, std::shared_ptr<apache::thrift::TProcessor>& processor) {
         note("registerProcessor");
         if (registerFault) {
             registerFault();
         }
         registeredName = name;
         registeredProcessor = processor;
-    }
-    static bool publish(void*, const char* topic, const char* text) {
-        return note(std::string("publish ") + topic + " " + text), busAnswer;
-    }
-    static void* queryService(void*, const char* name);
-    static const char* body(void*) { return note("body"), R"({"name":"x"})"; }
-    static const char* method(void*) { return note("method"), "POST"; }
-    static const char* url(void*) { return note("url"), "/api/update"; }
-    static void setStatus(void*, int32_t code) { answer = std::to_string(code); }
-    static void setContent(void*, const char* text, int32_t flag) {
-        answer += std::string(" ") + text + " " + std::to_string(flag);
-    }
-};
-HandMade rpcServer{typeid(corvid::IRpcServer), {slotOf(&Host::registerProcessor)}};
-HandMade eventBus{typeid(corvid::IEventBus), {slotOf(&Host::publish)}};
-HandMade context{typeid(corvid::IRunTimeContext), {slotOf(&Host::queryService)}, false};
+    })}};
+HandMade eventBus{typeid(corvid::IEventBus),
+                  {slotOf(+[](void*, const char* topic, const char* text) {
+                      return note(std::string("publish ") + topic + " " + text), busAnswer;
+                  })}};
+HandMade context{typeid(corvid::IRunTimeContext),
+                 {slotOf(+[](void*, const char* name) {
+                     note(std::string("queryService ") + name);
+                     const std::string service = hideServices ? "" : name;
+                     return service == "RpcServer"  ? rpcServer.as()
+                            : service == "EventBus" ? eventBus.as()
+                                                    : nullptr;
+                 })},
+                 false};
 HandMade request{typeid(corvid::IRequest),
-                 {slotOf(&HandMade::wrong), slotOf(&HandMade::wrong), slotOf(&Host::body),
-                  slotOf(&HandMade::wrong), slotOf(&Host::method), slotOf(&Host::url)}};
+                 {wrong, wrong, slotOf(+[](void*) { return note("body"), R"({"name":"x"})"; }),
+                  wrong, slotOf(+[](void*) { return note("method"), "POST"; }),
+                  slotOf(+[](void*) { return note("url"), "/api/update"; })}};
 HandMade response{typeid(corvid::IResponse),
-                  {slotOf(&Host::setStatus), slotOf(&HandMade::wrong), slotOf(&Host::setContent)}};
-
-void* Host::queryService(void*, const char* name) {
-    note(std::string("queryService ") + name);
-    const std::string service = hideServices ? "" : name;
-    return service == "RpcServer"  ? rpcServer.as()
-           : service == "EventBus" ? eventBus.as()
-                                   : nullptr;
-}
+                  {slotOf(+[](void*, int32_t code) { answer = std::to_string(code); }), wrong,
+                   slotOf(+[](void*, const char* text, int32_t flag) {
+                       answer += std::string(" ") + text + " " + std::to_string(flag);
+                   })}};
 
 constexpr const char* kGuid = "7c9e6679-7425-40de-944b-e07fc1f90ae7";
 
@@ -224,11 +211,9 @@ TEST_F(ModuleHost, LoadingRegistersAFreshProcessorThenTheLifecycleOnlyLogs) {
 TEST_F(ModuleHost, AFailingRegistrationIsLoggedOnceAndTheLoadReturns) {
     const std::pair<std::function<void()>, std::string> cases[] = {
         {[] { throw std::runtime_error("T"); },
-         "127]: An exception occurred while the module "
-         "was loading; Reason: T"},
+         "127]: An exception occurred while the module was loading; Reason: T"},
         {[] { throw 42; },
-         "130]: An exception occurred while the module was loading; Reason: "
-         "Unknown exception"},
+         "130]: An exception occurred while the module was loading; Reason: Unknown exception"},
     };
     for (const auto& [fault, text] : cases) {
         log_.clear();
