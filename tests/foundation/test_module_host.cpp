@@ -271,7 +271,7 @@ TEST_F(ModuleHost, NullArgumentsAreFatalAssertions) {
                      "msg.*: '" + c.message +
                          "'(.|\n)*Fatal.* in .*File.*: SdpPromote/ModuleInstance, .*Line.*: " +
                          c.line + ", .*Function.*: virtual " + c.function + "\n.*Expression.*: '" +
-                         c.expression + " != nullptr' failed\nValues:" + c.value + "='nullptr'\n")
+                         c.expression + " != nullptr' failed\nValues:" + c.value + "='nullptr'\n\n")
             << c.message;
     }
 }

@@ -23,7 +23,6 @@ std::string colour(const char* text, int index) {
 
 class SmartAssert : public ::testing::Test {
 protected:
-    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
     void TearDown() override {
         Assert::set_logger(default_logger);
         Assert::set_log_stream(nullptr);
@@ -52,14 +51,8 @@ TEST_F(SmartAssert, HandlersByLevelLoggerFirstAndIgnoring) {
         last = ctx;
     });
     SMART_ASSERT(1 == 2).level(555, "second");
-    {
-        Assert ignored("x");
-        ignored.level(555, "ignored").ignore();
-    }
-    {
-        Assert shown("x");
-        shown.level(555, "shown").force_show().ignore();
-    }
+    Assert("x").level(555, "ignored").ignore();
+    Assert("x").level(555, "shown").force_show().ignore();
     // New Asserts keep the changed logger and table rather than reinstalling the defaults.
     EXPECT_EQ(seen, (std::vector<std::string>{"logger", "first", "logger", "again second", "logger",
                                               "logger", "again shown"}));
@@ -69,7 +62,7 @@ TEST_F(SmartAssert, HandlersByLevelLoggerFirstAndIgnoring) {
         << last.time;
 }
 
-TEST_F(SmartAssert, DefaultHandlersWriteThrowOrAbort) {
+TEST_F(SmartAssert, DefaultHandlersWriteOrThrow) {
     std::ostringstream stream;
     Assert::set_log_stream(&stream);
     testing::internal::CaptureStdout();
@@ -95,9 +88,6 @@ TEST_F(SmartAssert, DefaultHandlersWriteThrowOrAbort) {
         EXPECT_NE(text.find("'answer == 42' failed\nValues:answer='41'\n"), std::string::npos)
             << text;
     }
-    EXPECT_DEATH(SMART_ASSERT(1 + 1 == 3).print_current_val(nullptr, "p").fatal("the end"),
-                 "msg.*: 'the end'(.|\n)*Fatal(.|\n)*Expression.*: '1 \\+ 1 == 3' failed\n"
-                 "Values:p='nullptr'\n\n");
 }
 
 TEST(SmartAssertText, LevelNamesTimesAndDumps) {
