@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 
-#include <algorithm>
 #include <functional>
 #include <iterator>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -121,7 +121,7 @@ std::string check(const HttpJsonChecker& checker, const std::string& key, const 
     }
 }
 
-TEST(JsonChecker, BodiesAgainstStoredSchemas) {
+TEST(JsonChecker, BodiesAgainstStoredSchemasAndParserTexts) {
     HttpJsonChecker checker;
     checker.addSchema("\\API\\Update", kRequireName);
     checker.addSchema("/empty", "");
@@ -163,9 +163,7 @@ TEST(JsonChecker, BodiesAgainstStoredSchemas) {
     broken.Parse("[1,");
     EXPECT_NO_THROW(checker.apply("/unlisted", broken));
     EXPECT_THROW(checker.apply("/t", broken), std::error_code);
-}
 
-TEST(JsonChecker, CategoryUsesTheParserTexts) {
     const std::pair<int, const char*> texts[] = {{0, "No error."},
                                                  {17, "Unspecific syntax error."},
                                                  {18, "Unknown error."},
@@ -175,7 +173,7 @@ TEST(JsonChecker, CategoryUsesTheParserTexts) {
     }
 }
 
-TEST(ResponseEnvelope, IsCompactCodeMessageDataWithTextsCutAtNul) {
+TEST(ResponseTexts, CompactEnvelopeCutAtNulAndStatusNames) {
     const struct {
         int code;
         std::string message, data, text;
@@ -193,22 +191,20 @@ TEST(ResponseEnvelope, IsCompactCodeMessageDataWithTextsCutAtNul) {
     for (const auto& c : cases) {
         EXPECT_EQ(corvid::responseStr(c.code, c.message, c.data), c.text);
     }
-}
 
-TEST(StatusNames, FortyRecordsWithout402) {
+    // Forty status names, without 402.
     const auto& table = corvid::http::StatusCode2Str;
     ASSERT_EQ(std::size(table), 40U);
-    const auto name = [&](int code) {
-        const auto found = std::find_if(std::begin(table), std::end(table),
-                                        [code](const auto& record) { return record.code == code; });
-        return found != std::end(table) ? found->name : std::string("<absent>");
-    };
+    std::map<int, std::string> names;
+    for (const auto& record : table) {
+        names.emplace(record.code, record.name);
+    }
     const std::pair<int, const char*> spots[] = {
         {100, "Continue"},           {306, "Unused"},
         {402, "<absent>"},           {416, "Requestedrangenotsatisfiable"},
         {503, "ServiceUnavailable"}, {505, "HTTPVersionnotsupported"}};
     for (const auto& [code, expected] : spots) {
-        EXPECT_EQ(name(code), expected) << code;
+        EXPECT_EQ(names.count(code) ? names[code] : "<absent>", expected) << code;
     }
 }
 
