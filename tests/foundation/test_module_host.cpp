@@ -142,7 +142,7 @@ protected:
     helion::test::LogCapture log_;
 };
 
-TEST_F(ModuleHost, IdentityIsReachedByPosition) {
+TEST_F(ModuleHost, EveryEntryIsReachedByPosition) {
     EXPECT_EQ(CreateInstance(), module_);
     EXPECT_EQ(module_, static_cast<corvid::IModule*>(&ModuleInstance::shared()));
     FreeInstance(module_);
@@ -168,6 +168,17 @@ TEST_F(ModuleHost, IdentityIsReachedByPosition) {
     ASSERT_NE(routes, nullptr);
     EXPECT_EQ(routes[0], nullptr);
     EXPECT_EQ(module_->moduleRouters(), routes);
+
+    EXPECT_FALSE((callSlot<bool (*)(void*, const char*, const char*)>(module_, 11, "topic", "c")));
+    EXPECT_EQ(lines(), std::vector<std::string>{"1 [HelionPromote:moduleDidRecivedEventMessage:"
+                                                "148]: receviced event: [topic]"});
+
+    calls.clear();
+    EXPECT_FALSE(
+        (callSlot<bool (*)(void*, void*, void*)>(module_, 12, request.as(), response.as())));
+    EXPECT_EQ(answer, "503 Service Unavailable 1");
+    std::sort(calls.begin(), calls.end());
+    EXPECT_EQ(calls, (std::vector<std::string>{"body", "method", "url", "url"}));
 }
 
 TEST_F(ModuleHost, LoadingRegistersAFreshProcessorThenTheLifecycleOnlyLogs) {
@@ -206,9 +217,8 @@ TEST_F(ModuleHost, LoadingRegistersAFreshProcessorThenTheLifecycleOnlyLogs) {
     EXPECT_EQ(calls, (std::vector<std::string>{"queryService EventBus", "publish topic content",
                                                "queryService EventBus", "publish t2 ",
                                                "queryService EventBus"}));
-}
 
-TEST_F(ModuleHost, AFailingRegistrationIsLoggedOnceAndTheLoadReturns) {
+    // A failing registration is logged once and the load returns.
     const std::pair<std::function<void()>, std::string> cases[] = {
         {[] { throw std::runtime_error("T"); },
          "127]: An exception occurred while the module was loading; Reason: T"},
@@ -218,24 +228,12 @@ TEST_F(ModuleHost, AFailingRegistrationIsLoggedOnceAndTheLoadReturns) {
     for (const auto& [fault, text] : cases) {
         log_.clear();
         registerFault = fault;
-        EXPECT_NO_THROW(module_->moduleWillLoadFinished(context.as<corvid::IRunTimeContext>()));
+        registeredProcessor.reset();
+        EXPECT_NO_THROW(module_->moduleWillLoadFinished(host));
         EXPECT_EQ(lines(),
                   std::vector<std::string>{"4 [HelionPromote:moduleWillLoadFinished:" + text});
         EXPECT_EQ(registeredProcessor, nullptr);
     }
-}
-
-TEST_F(ModuleHost, EventAndHttpIntakeAreSlotsElevenAndTwelve) {
-    EXPECT_FALSE((callSlot<bool (*)(void*, const char*, const char*)>(module_, 11, "topic", "c")));
-    EXPECT_EQ(lines(), std::vector<std::string>{"1 [HelionPromote:moduleDidRecivedEventMessage:"
-                                                "148]: receviced event: [topic]"});
-
-    calls.clear();
-    EXPECT_FALSE(
-        (callSlot<bool (*)(void*, void*, void*)>(module_, 12, request.as(), response.as())));
-    EXPECT_EQ(answer, "503 Service Unavailable 1");
-    std::sort(calls.begin(), calls.end());
-    EXPECT_EQ(calls, (std::vector<std::string>{"body", "method", "url", "url"}));
 }
 
 TEST_F(ModuleHost, NullArgumentsAreFatalAssertions) {
