@@ -87,7 +87,8 @@ int main(int argc, char** argv) {
     LoggingOptions logging;
     app.add_option(
         "-m,--module", modulePath,
-        "Module library to load (default: ../lib beside this program, then the build tree)");
+        "Module library to load (default: the installed module under ../" HELION_INSTALL_LIBDIR
+        " beside this program; a program in its build tree also tries that tree's module)");
     app.add_option("-l,--listen", listen,
                    "RPC endpoint: unix:PATH or tcp:127.0.0.1:PORT (default: unix:" +
                        defaultSocketPath() + ")");

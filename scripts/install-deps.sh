@@ -11,6 +11,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     clang libclang-rt-14-dev
     valgrind curl unzip procps util-linux
+    help2man dpkg-dev file lintian
     libsystemd-dev systemd
 )
 
