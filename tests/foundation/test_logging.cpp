@@ -46,7 +46,7 @@ protected:
     void TearDown() override { Logger::GetInstance().markUninitialised(); }
 };
 
-TEST_F(Logging, LevelGateAndTheInfoCap) {
+TEST_F(Logging, LevelGateTheInfoCapAndContextText) {
     const auto info = spdlog::level::info;
     const struct {
         level_enum logger, message;
@@ -80,28 +80,24 @@ TEST_F(Logging, LevelGateAndTheInfoCap) {
         EXPECT_EQ(lines[0].text, c.written < c.length ? full.substr(0, 2045) + "..." : full);
         EXPECT_EQ(lines[0].level, c.out);
     }
-}
 
-TEST_F(Logging, ContextTextIsAppendedAsItIsAndCountsTowardsTheCap) {
-    LogCapture capture(spdlog::level::info);
-    const std::string cases[][3] = {
+    // Context text is appended as it is and counts towards the cap.
+    LogCapture capture(info);
+    const std::string contexts[][3] = {
         {"", "m", "[HelionPromote:F:1]: m"},
         {" ctx", "m 2", "[HelionPromote:F:1]: m 2 ctx"},
         {"!", lineOf(2048), (kPrefix + lineOf(2048)).substr(0, 2045) + "..."}};
-    for (const auto& [context, message, line] : cases) {
+    for (const auto& [context, message, line] : contexts) {
         capture.clear();
         Logger::GetInstance().logWithCtx(
-            spdlog::level::info, kTag, "F", 1, [&] { return context; }, "{}", message);
+            info, kTag, "F", 1, [&] { return context; }, "{}", message);
         EXPECT_EQ(capture.lines().at(0).text, line);
     }
 }
 
 // A sink that throws what it is told to.
-class ThrowingSink : public spdlog::sinks::base_sink<std::mutex> {
-public:
+struct ThrowingSink : spdlog::sinks::base_sink<std::mutex> {
     std::function<void()> fault;
-
-protected:
     void sink_it_(const spdlog::details::log_msg&) override { fault(); }
     void flush_() override {}
 };
