@@ -1,6 +1,7 @@
 """Runs helion-host, helion-promote and helion-portal as separate processes, with the paths ctest
 sets. Nothing here waits without a deadline; every host started dies with the test process."""
 import atexit
+import contextlib
 import ctypes
 import itertools
 import json
@@ -108,11 +109,8 @@ class Host:
         if self.process is None:
             return
         # Whatever the host launched (the diagnosis tool) stays in the host's process group.
-        for kill in (lambda: os.killpg(self.process.pid, signal.SIGKILL), self.process.kill):
-            try:
-                kill()
-            except (ProcessLookupError, PermissionError):
-                pass
+        with contextlib.suppress(ProcessLookupError, PermissionError):
+            os.killpg(self.process.pid, signal.SIGKILL)
         self.process.wait(timeout=START_TIMEOUT)
 
     def log(self):
@@ -154,22 +152,10 @@ class SharedHostTestCase(unittest.TestCase):
     def setUp(self):
         self.work = tempfile.mkdtemp(prefix="case-", dir=self.tmp)
 
-    def portal_dir(self, label):
-        """A portal directory name of this test, removed from the test portal root afterwards."""
+    def portal_dir(self, label):  # removed from the test portal root afterwards
         name = "e2e-%s-%d-%d" % (label, os.getpid(), next(_names))
         self.addCleanup(shutil.rmtree, os.path.join(PORTAL_ROOT, name), ignore_errors=True)
         return name
-
-    def signed_sample(self, where=None):
-        """Packs and signs the sample portal with the development key; returns (zip, sig)."""
-        where = where or self.work
-        os.makedirs(where, exist_ok=True)
-        package = os.path.join(where, "portal.zip")
-        for args in (("pack", SAMPLE_PORTAL, "-o", package),
-                     ("sign", "--key", DEV_PRIVATE_KEY, package)):
-            result = portal(*args)
-            assert result.returncode == 0, result.stderr
-        return package, package + ".sig"
 
 
 def tree(root):

@@ -3,8 +3,8 @@ import json
 import os
 import unittest
 
-from hostfixture import (PORTAL_ROOT, PROMOTE, SAMPLE_PORTAL, SharedHostTestCase, envelope, promote,
-                         run, tree, write_tree)
+from hostfixture import (DEV_PRIVATE_KEY, PORTAL_ROOT, PROMOTE, SAMPLE_PORTAL, SharedHostTestCase,
+                         envelope, portal, promote, run, tree, write_tree)
 
 OK, FAILED, USAGE, UNREACHABLE = 0, 1, 2, 3
 
@@ -16,24 +16,19 @@ class PortalMethods(SharedHostTestCase):
     def assertAnswer(self, result, status, answer):
         self.assertEqual((result.returncode, result.stdout.strip()), (status, answer), result.stderr)
 
-    def test_install_tamper_copy_delete(self):
+    def test_install_copy_delete(self):
         # Relative paths in a directory whose name needs JSON escaping: the client resolves them.
-        package, signature = self.signed_sample(os.path.join(self.work, 'we"ird\\ dir \u00fc'))
+        where = os.path.join(self.work, 'we"ird\\ dir \u00fc')
+        os.makedirs(where)
+        for args in (("pack", SAMPLE_PORTAL, "-o", "portal.zip"),
+                     ("sign", "--key", DEV_PRIVATE_KEY, "portal.zip")):
+            self.assertEqual(portal(*args, cwd=where).returncode, OK)
         name = self.portal_dir("journey")
-        install = ["update-portal", "--zip", "portal.zip", "--sig", "portal.zip.sig", "--dir", name]
-        self.assertAnswer(self.call(*install, cwd=os.path.dirname(package)), OK,
-                          envelope(0, "successful"))
+        self.assertAnswer(self.call("update-portal", "--zip", "portal.zip", "--sig",
+                                    "portal.zip.sig", "--dir", name, cwd=where),
+                          OK, envelope(0, "successful"))
         self.assertEqual(tree(os.path.join(PORTAL_ROOT, name)), tree(SAMPLE_PORTAL))
         self.assertIn("updatePortal success", self.host.log())
-
-        with open(package, "rb") as handle:
-            tampered = bytearray(handle.read())
-        tampered[40] ^= 1
-        write_tree(os.path.dirname(package), {"portal.zip": bytes(tampered)})
-        self.assertAnswer(self.call(*install, cwd=os.path.dirname(package)), FAILED,
-                          envelope(1, "verify signature error"))
-        self.assertEqual(tree(os.path.join(PORTAL_ROOT, name)), tree(SAMPLE_PORTAL))
-
         source = write_tree(os.path.join(self.work, "unpacked"),
                             {"a.css": b"a", "b.js": b"b", "sub/c.png": b"c"})
         copied = self.portal_dir("copy")
@@ -42,8 +37,6 @@ class PortalMethods(SharedHostTestCase):
         self.assertEqual(tree(os.path.join(PORTAL_ROOT, copied)),
                          {"a.css": b"a", os.path.join("sub", "c.png"): b"c"})
         self.assertFalse(os.path.exists(source))
-        self.assertAnswer(self.call("copy-portal-dir", "--src", source, "--dir", copied), FAILED,
-                          envelope(7, "source file not exist"))
 
         self.assertAnswer(self.call("del-portal-dir", name, copied, "never-installed"), OK,
                           envelope(0, "successful"))
@@ -57,10 +50,11 @@ class PortalMethods(SharedHostTestCase):
         self.assertFalse(os.path.exists(os.path.join(PORTAL_ROOT, forced)))
 
     def test_slips_are_refused_and_nothing_is_sent(self):
-        package, signature = self.signed_sample()
+        write_tree(self.work, {"p.zip": b"zip", "p.sig": b"s" * 256, "short.sig": b"x" * 255})
+        package, signature, short = (os.path.join(self.work, n)
+                                     for n in ("p.zip", "p.sig", "short.sig"))
         keep = self.portal_dir("keep")
         os.makedirs(os.path.join(PORTAL_ROOT, keep))
-        short = os.path.join(write_tree(self.work, {"short.sig": b"x" * 255}), "short.sig")
         absent = os.path.join(self.work, "absent.zip")
         root, leaves = "names the whole portal root", "has a '..' component and may leave the portal root"
         cases = [  # (arguments, exit status, the error)
@@ -78,8 +72,6 @@ class PortalMethods(SharedHostTestCase):
              "cannot use the package '%s': not a regular file" % self.work),
             (["update-portal", "--zip", package, "--sig", short, "--dir", keep], FAILED,
              "cannot use the signature '%s': it has 255 bytes, fewer than 256" % short),
-            (["update-portal", "--zip", package, "--sig", absent, "--dir", keep], FAILED,
-             "cannot use the signature '%s'" % absent),
         ]
         for args, status, error in cases:
             with self.subTest(args=args):
@@ -108,30 +100,25 @@ class PortalMethods(SharedHostTestCase):
             self.assertAnswer(self.call(command), OK, '{"result":true}')
 
 
-class UsageAndReachability(SharedHostTestCase):
-    def test_usage_errors_exit_2_without_calling(self):
-        for args in ([], ["update-portal", "--zip", "a.zip", "--dir", "x"], ["process", "abc"],
-                     ["call", "getProcessData", "{}"], ["--connect", "carrier-pigeon:x", "ping"]):
+    def test_usage_errors_and_unreachable_hosts_call_nothing(self):
+        unreachable = ("unix:" + os.path.join(self.work, "absent.sock"), "tcp:127.0.0.1:1")
+        cases = [(args, USAGE) for args in (
+            [], ["update-portal", "--zip", "a.zip", "--dir", "x"], ["process", "abc"],
+            ["call", "getProcessData", "{}"], ["--connect", "carrier-pigeon:x", "ping"])]
+        for args, status in cases + [(["--connect", e, "ping"], UNREACHABLE) for e in unreachable]:
             with self.subTest(args=args):
                 result = run(PROMOTE, *args)
-                self.assertEqual((result.returncode, result.stdout), (USAGE, ""), result.stderr)
-
-    def test_unreachable_host_exits_3_with_one_line(self):
-        for endpoint in ("unix:" + os.path.join(self.work, "absent.sock"), "tcp:127.0.0.1:1"):
-            with self.subTest(endpoint=endpoint):
-                result = run(PROMOTE, "--connect", endpoint, "ping")
-                self.assertEqual((result.returncode, result.stdout), (UNREACHABLE, ""))
-                self.assertEqual(len(result.stderr.strip().splitlines()), 1, result.stderr)
-                self.assertIn("cannot reach the host", result.stderr)
+                self.assertEqual((result.returncode, result.stdout), (status, ""), result.stderr)
+                if status == UNREACHABLE:  # one line, no trace
+                    self.assertEqual(len(result.stderr.strip().splitlines()), 1, result.stderr)
+                    self.assertIn("cannot reach the host", result.stderr)
 
     def test_default_endpoint_follows_the_runtime_directory(self):
         runtime = os.path.join(self.work, "runtime")
         os.makedirs(os.path.join(runtime, "helion"))
         os.symlink(self.host.socket, os.path.join(runtime, "helion", "promote.sock"))
-        result = run(PROMOTE, "ping", env=dict(os.environ, XDG_RUNTIME_DIR=runtime))
-        self.assertEqual((result.returncode, result.stdout.strip()), (OK, '{"result":true}'),
-                         result.stderr)
-
+        self.assertAnswer(run(PROMOTE, "ping", env=dict(os.environ, XDG_RUNTIME_DIR=runtime)), OK,
+                          '{"result":true}')
 
 if __name__ == "__main__":
     unittest.main()
