@@ -19,7 +19,7 @@ def openssl(*args, stdin=None):
                           timeout=60).stdout
 
 
-class Conventions(unittest.TestCase):
+class HelionPortal(HostTestCase):
     def test_versions_unknown_subcommands_and_script_arguments(self):
         for program, name in ((PROMOTE, "helion-promote"), (PORTAL, "helion-portal")):
             with self.subTest(program=name):
@@ -37,8 +37,6 @@ class Conventions(unittest.TestCase):
                 self.assertEqual((result.returncode, "'--no-such-option'" in result.stderr),
                                  (USAGE, True))
 
-
-class KeysAndPackages(HostTestCase):
     def test_key_pair_fingerprint_pack_sign_verify(self):
         out = os.path.join(self.tmp, "keys")
         self.assertEqual(portal("keygen", "-o", out).returncode, OK)
