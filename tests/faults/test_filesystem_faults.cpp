@@ -120,28 +120,6 @@ TEST_F(FilesystemFaults, CopiesCrossFileSystemsWholeAndAFullTargetLosesNothing) 
     EXPECT_EQ(readFile(src + "/a.css"), huge);
 }
 
-TEST_F(FilesystemFaults, NoInodesLeftIsCode9WithTheSystemsText) {
-    mountTmpfs("size=1m,nr_inodes=16");
-    for (int i = 0; i < 16; ++i) {
-        std::ofstream((root_ / ("fill" + std::to_string(i))).string()) << i;
-    }
-    const auto update = call(&Service::updatePortal, updateRequest(smallPackage(), "web"));
-    EXPECT_EQ(update.code, 9);
-    EXPECT_EQ(update.message, "No space left on device");
-    const std::string src = scratch_.write("src/a.css", "a");
-    const auto copy =
-        call(&Service::copyPortalDir, helion::test::copyRequest(scratch_.str() + "/src", "web"));
-    EXPECT_EQ(copy.code, 9);
-    EXPECT_EQ(copy.message, "No space left on device");
-    EXPECT_TRUE(fs::exists(src));
-
-    for (int i = 0; i < 16; ++i) {
-        fs::remove(root_ / ("fill" + std::to_string(i)));
-    }
-    EXPECT_EQ(call(&Service::updatePortal, updateRequest(smallPackage(), "web")).code, 0);
-    EXPECT_EQ(readFile((root_ / "web/a.css").string()), "a");
-}
-
 TEST_F(FilesystemFaults, AReadOnlyPortalRootChangesNothingAndOnlyCreationFailsTheCall) {
     mountTmpfs("size=1m");
     plant("web/old.css", "old");

@@ -32,9 +32,6 @@ protected:
         service_.updatePortal(result_, helion::test::updateRequest({zip, sig}, dir));
         return parseEnvelope(result_).code;
     }
-    helion::test::SignedPackage package(const std::string& name, const std::string& index) {
-        return helion::test::signedPackage(scratch_, name, {{"index.html", index}});
-    }
 };
 
 TEST_F(HostileInputs, APackageSwappedAfterItsCheckIsNotWhatGetsInstalled) {
@@ -60,7 +57,7 @@ TEST_F(HostileInputs, APackageSwappedAfterItsCheckIsNotWhatGetsInstalled) {
 }
 
 TEST_F(HostileInputs, OnlyRegularFilesWithinTheLimitsAreRead) {
-    const auto good = package("good.zip", "new");
+    const auto good = helion::test::signedPackage(scratch_, "good.zip", {{"index.html", "new"}});
     plant("web/index.html", "old");
     const std::string fifo = scratch_.str() + "/fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
