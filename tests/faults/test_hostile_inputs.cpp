@@ -80,21 +80,34 @@ TEST_F(HostileInputs, OnlyRegularFilesWithinTheLimitsAreRead) {
             close(writer);
         }
     });
+    // Root reads every file, so "unreadable" is a directory, or a path through a plain file.
+    const std::string directory = scratch_.str() + "/a-directory", through = good.zip + "/inside";
+    fs::create_directories(directory);
+    const auto refused = [](const std::string& path, const std::string& why) {
+        return "read:" + path + " refused; Reason: " + why;
+    };
     const struct {
-        std::string zip, sig, refused, reason;
+        std::string zip, sig, failed, logged;
     } cases[] = {
-        {"/dev/zero", good.sig, "/dev/zero", "not a regular file"},
-        {fifo, good.sig, fifo, "not a regular file"},
-        {good.zip, fifo, fifo, "not a regular file"},
-        {bigZip, good.sig, bigZip, larger + std::to_string(Service::kMaxPackageBytes)},
-        {good.zip, longSig, longSig, larger + std::to_string(Service::kMaxSignatureBytes)},
+        {"/dev/zero", good.sig, "/dev/zero", refused("/dev/zero", "not a regular file")},
+        {fifo, good.sig, fifo, refused(fifo, "not a regular file")},
+        {good.zip, fifo, fifo, refused(fifo, "not a regular file")},
+        {directory, good.sig, directory, refused(directory, "not a regular file")},
+        {good.zip, directory, directory, refused(directory, "not a regular file")},
+        {through, good.sig, through, through + " not exist; Reason: reason："},
+        {good.zip, through, through, through + " not exist; Reason: reason："},
+        {bigZip, good.sig, bigZip,
+         refused(bigZip, larger + std::to_string(Service::kMaxPackageBytes))},
+        {good.zip, longSig, longSig,
+         refused(longSig, larger + std::to_string(Service::kMaxSignatureBytes))},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.zip + " " + c.sig);
         log_.clear();
         EXPECT_EQ(update(c.zip, c.sig), 1);
-        EXPECT_TRUE(log_.contains("read:" + c.refused + " refused; Reason: " + c.reason));
-        EXPECT_TRUE(log_.contains("read:" + c.refused + " failed"));
+        EXPECT_EQ(parseEnvelope(result_).message, "verify signature error");
+        EXPECT_TRUE(log_.contains(c.logged));
+        EXPECT_TRUE(log_.contains("read:" + c.failed + " failed"));
         EXPECT_EQ(readFile((root_ / "web/index.html").string()), "old");
     }
     done = true;

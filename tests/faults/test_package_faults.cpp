@@ -84,28 +84,4 @@ TEST_F(PackageFaults, CorruptEntryDataIsWrittenAsItInflatesAndTheOtherEntriesAre
     expectGoodUpdateStillWorks();
 }
 
-// Root reads every file, so "unreadable" here means a directory where the file should be, or a
-// path that passes through a plain file.
-TEST_F(PackageFaults, UnreadablePackageOrSignatureIsAVerificationFailureThatTouchesNothing) {
-    const auto good = helion::test::signedPackage(scratch_, "p.zip", {{"a.css", "a"}});
-    const std::string directory = scratch_.str() + "/a-directory";
-    fs::create_directories(directory);
-    const std::string throughFile = good.zip + "/inside";
-    const std::vector<SignedPackage> broken = {{good.zip, directory},
-                                               {directory, good.sig},
-                                               {good.zip, throughFile},
-                                               {throughFile, good.sig}};
-    for (const auto& package : broken) {
-        SCOPED_TRACE(package.zip + " / " + package.sig);
-        plant("web/old.css", "old");
-        const auto envelope = update(package, "web");
-        EXPECT_EQ(envelope.code, 1);
-        EXPECT_EQ(envelope.message, "verify signature error");
-        EXPECT_EQ(readFile((root_ / "web/old.css").string()), "old");
-    }
-    EXPECT_TRUE(log_.contains("read:" + directory + " refused; Reason: not a regular file"));
-    EXPECT_TRUE(log_.contains(throughFile + " not exist; Reason: reason："));
-    expectGoodUpdateStillWorks();
-}
-
 }  // namespace
