@@ -63,8 +63,6 @@ TEST(HostLibrary, EventBusDeliversByTopicPastFailingSubscribers) {
 
     bus.unsubscribe(all);
     EXPECT_FALSE(bus.publish("b", "3"));
-    EXPECT_FALSE(bus.publish(nullptr, "x"));
-    EXPECT_FALSE(bus.publish("x", nullptr));
 }
 
 TEST(HostLibrary, RpcServerRegistersOnceAndReportsServingThatEndsByItself) {

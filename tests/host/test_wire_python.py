@@ -2,7 +2,6 @@
 IDL) over the multiplexed binary protocol; load_driver.py drives the portal methods this way."""
 import sys
 import unittest
-from concurrent.futures import ThreadPoolExecutor
 
 from hostfixture import PY_GEN_DIR, SharedHostTestCase
 
@@ -67,20 +66,6 @@ class WireContract(SharedHostTestCase):
         self.addCleanup(stranger.close)
         with self.assertRaises(TApplicationException):
             stranger.service.IsRpcStatusNormal()
-
-
-class WorkerPool(SharedHostTestCase):
-    host_extra = ("--workers", "2")
-
-    def test_more_clients_than_workers_are_all_served(self):
-        def calls(_):
-            client = Client(self.host.socket)
-            try:
-                return [client.service.IsRpcStatusNormal() for _ in range(5)]
-            finally:
-                client.close()
-        with ThreadPoolExecutor(6) as pool:
-            self.assertEqual(sum(pool.map(calls, range(6), timeout=60), []), [True] * 30)
 
 
 if __name__ == "__main__":
