@@ -4,8 +4,8 @@
 #include <thrift/protocol/TMultiplexedProtocol.h>
 #include <thrift/transport/TBufferTransports.h>
 #include <thrift/transport/TServerSocket.h>
+#include <thrift/transport/TTransportException.h>
 
-#include <boost/filesystem.hpp>
 #include <chrono>
 #include <stdexcept>
 
@@ -22,11 +22,18 @@ void MultiplexingHost::start() {
         multiplexer_, socket, std::make_shared<transport::TBufferedTransportFactory>(),
         std::make_shared<protocol::TBinaryProtocolFactory>());
     thread_ = std::thread([this] { server_->serve(); });
-    // A server that never binds must fail the test, not hang it.
+    // The socket file exists once bound, a moment before it listens: wait until a connection
+    // gets through. A server that never listens must fail the test, not hang it.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!boost::filesystem::exists(socketPath_)) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            throw std::runtime_error("no RPC socket at " + socketPath_);
+    for (;;) {
+        transport::TSocket probe(socketPath_);
+        try {
+            probe.open();
+            return;
+        } catch (const transport::TTransportException&) {
+            if (std::chrono::steady_clock::now() > deadline) {
+                throw std::runtime_error("nothing listens at " + socketPath_);
+            }
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
