@@ -28,7 +28,8 @@ public:
         : socket_(std::move(socket)),
           buffered_(std::make_shared<apache::thrift::transport::TBufferedTransport>(socket_)),
           idle_(idle),
-          deadline_(deadline) {}
+          deadline_(deadline),
+          applied_(idle) {}
 
     bool isOpen() const override { return buffered_->isOpen(); }
     bool peek() override { return buffered_->peek(); }
@@ -43,7 +44,7 @@ public:
             if (left.count() <= 0) {
                 expired();
             }
-            socket_->setRecvTimeout(static_cast<int>(std::min(left, idle_).count()));
+            applyTimeout(std::min(left, idle_));
         }
         uint32_t got = 0;
         try {
@@ -65,7 +66,7 @@ public:
     uint32_t readEnd() override {
         if (started_) {
             started_ = false;
-            socket_->setRecvTimeout(static_cast<int>(idle_.count()));
+            applyTimeout(idle_);
         }
         return buffered_->readEnd();
     }
@@ -75,6 +76,15 @@ public:
     void flush() override { buffered_->flush(); }
 
 private:
+    // Most reads are served from the buffer within a millisecond of the last: the socket's
+    // timeout is changed only when it would end more than 50 ms past the deadline, or grows.
+    void applyTimeout(std::chrono::milliseconds timeout) {
+        if (timeout > applied_ || timeout + std::chrono::milliseconds(50) < applied_) {
+            socket_->setRecvTimeout(static_cast<int>(timeout.count()));
+            applied_ = timeout;
+        }
+    }
+
     [[noreturn]] void expired() {
         HOST_LOG(spdlog::level::warn,
                  "dropping a connection: its request took longer than {} ms to arrive",
@@ -88,6 +98,8 @@ private:
     std::chrono::milliseconds deadline_;
     bool started_ = false;
     Clock::time_point endsAt_{};
+    // What the socket's receive timeout is set to now.
+    std::chrono::milliseconds applied_;
 };
 
 }  // namespace
