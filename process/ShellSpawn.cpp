@@ -12,80 +12,75 @@ extern char** environ;
 namespace corvid::process::macos::details {
 namespace {
 
-class SpawnActions {
+// One posix_spawn object, destroyed again once its initialisation succeeded.
+template <typename T, int (*Init)(T*), int (*Destroy)(T*)>
+class SpawnObject {
 public:
-    SpawnActions() { error_ = posix_spawn_file_actions_init(&actions_); }
-    ~SpawnActions() {
+    SpawnObject() : error_(Init(&value_)) {}
+    ~SpawnObject() {
         if (error_ == 0) {
-            posix_spawn_file_actions_destroy(&actions_);
+            Destroy(&value_);
         }
     }
-    SpawnActions(const SpawnActions&) = delete;
-    SpawnActions& operator=(const SpawnActions&) = delete;
+    SpawnObject(const SpawnObject&) = delete;
+    SpawnObject& operator=(const SpawnObject&) = delete;
 
-    int prepare(int stdoutFd) {
-        if (error_ == 0 && stdoutFd != STDOUT_FILENO) {
-            error_ = posix_spawn_file_actions_adddup2(&actions_, stdoutFd, STDOUT_FILENO);
-        }
-        if (error_ == 0) {
-            error_ = posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
-        }
-        return error_;
-    }
-    const posix_spawn_file_actions_t* get() const { return &actions_; }
+    T* get() { return &value_; }
+    int error() const { return error_; }
 
 private:
-    posix_spawn_file_actions_t actions_{};
-    int error_ = 0;
+    T value_{};
+    int error_;
 };
 
-class SpawnAttributes {
-public:
-    SpawnAttributes() { error_ = posix_spawnattr_init(&attributes_); }
-    ~SpawnAttributes() {
-        if (error_ == 0) {
-            posix_spawnattr_destroy(&attributes_);
-        }
-    }
-    SpawnAttributes(const SpawnAttributes&) = delete;
-    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+using SpawnActions = SpawnObject<posix_spawn_file_actions_t, posix_spawn_file_actions_init,
+                                 posix_spawn_file_actions_destroy>;
+using SpawnAttributes =
+    SpawnObject<posix_spawnattr_t, posix_spawnattr_init, posix_spawnattr_destroy>;
 
-    // A host ignores SIGPIPE and blocks its stop signals for a signal thread; a child that kept
-    // either could neither die of a closed pipe nor be stopped.
-    int prepare() {
-        sigset_t defaults;
-        sigset_t unblocked;
-        sigemptyset(&defaults);
-        sigaddset(&defaults, SIGPIPE);
-        sigemptyset(&unblocked);
-        if (error_ == 0) {
-            error_ = posix_spawnattr_setsigdefault(&attributes_, &defaults);
-        }
-        if (error_ == 0) {
-            error_ = posix_spawnattr_setsigmask(&attributes_, &unblocked);
-        }
-        if (error_ == 0) {
-            error_ = posix_spawnattr_setflags(&attributes_,
-                                              POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-        }
-        return error_;
+// Standard output from stdoutFd, and nothing open past standard error.
+int prepare(SpawnActions& actions, int stdoutFd) {
+    int error = actions.error();
+    if (error == 0 && stdoutFd != STDOUT_FILENO) {
+        error = posix_spawn_file_actions_adddup2(actions.get(), stdoutFd, STDOUT_FILENO);
     }
-    const posix_spawnattr_t* get() const { return &attributes_; }
+    if (error == 0) {
+        error = posix_spawn_file_actions_addclosefrom_np(actions.get(), STDERR_FILENO + 1);
+    }
+    return error;
+}
 
-private:
-    posix_spawnattr_t attributes_{};
-    int error_ = 0;
-};
+// A host ignores SIGPIPE and blocks its stop signals for a signal thread; a child that kept
+// either could neither die of a closed pipe nor be stopped.
+int prepare(SpawnAttributes& attributes) {
+    sigset_t defaults;
+    sigset_t unblocked;
+    sigemptyset(&defaults);
+    sigaddset(&defaults, SIGPIPE);
+    sigemptyset(&unblocked);
+    int error = attributes.error();
+    if (error == 0) {
+        error = posix_spawnattr_setsigdefault(attributes.get(), &defaults);
+    }
+    if (error == 0) {
+        error = posix_spawnattr_setsigmask(attributes.get(), &unblocked);
+    }
+    if (error == 0) {
+        error = posix_spawnattr_setflags(attributes.get(),
+                                         POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+    }
+    return error;
+}
 
 }  // namespace
 
 int spawnShell(const std::string& cmd, int stdoutFd, pid_t& pid) {
     SpawnActions actions;
     SpawnAttributes attributes;
-    if (const int error = actions.prepare(stdoutFd); error != 0) {
+    if (const int error = prepare(actions, stdoutFd); error != 0) {
         return error;
     }
-    if (const int error = attributes.prepare(); error != 0) {
+    if (const int error = prepare(attributes); error != 0) {
         return error;
     }
     char shell[] = "/bin/sh";
