@@ -35,7 +35,8 @@ TEST_F(SmartAssert, HandlersByLevelLoggerFirstAndIgnoring) {
         {200, &default_debug_handler},       {150, &default_debug_handler},
         {-1, &default_debug_handler},        {1001, &default_debug_handler}};
     for (const auto& [level, handler] : defaults) {
-        const HandlerFn* fn = Assert::get_handler(level).target<HandlerFn>();
+        const auto chosen = Assert::get_handler(level);  // target() points into it
+        const HandlerFn* fn = chosen.target<HandlerFn>();
         EXPECT_TRUE(fn != nullptr && *fn == handler) << level;
     }
 
