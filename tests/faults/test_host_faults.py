@@ -61,7 +61,9 @@ class HostFaults(HostTestCase):
         fds = "/proc/%d/fd" % pid
         idle = connect(host.socket, 3)
         time.sleep(0.2)
-        for fd in os.listdir(fds):
+        # Descriptors at or above the soft limit are a tool's own (valgrind keeps its log there).
+        for fd in (fd for fd in os.listdir(fds)
+                   if int(fd) < resource.prlimit(pid, resource.RLIMIT_NOFILE)[0]):
             info = pathlib.Path("/proc/%d/fdinfo/%s" % (pid, fd)).read_text()
             flags = int(re.search(r"flags:\s*(\d+)", info).group(1), 8)
             self.assertTrue(int(fd) < 3 or flags & os.O_CLOEXEC, os.readlink(fds + "/" + fd))
