@@ -147,6 +147,12 @@ class HelionPortal(HostTestCase):
              "not a PEM public"),
             ("1024-bit key", package, ok, small_public, CANNOT_CHECK, "1024 bits"),
         ]
+        for label, pkg, sig, key, status, says in cases:
+            with self.subTest(label):
+                result = portal("verify", "--pub", key, pkg, sig)
+                self.assertEqual(result.returncode, status, result.stdout + result.stderr)
+                self.assertIn(says, result.stdout if status != CANNOT_CHECK else result.stderr)
+                self.assertEqual(result.stdout == "", status == CANNOT_CHECK)
         for key, pkg, says in ((small_key, package, "RSA-2048"),
                                (DEV_PUBLIC_KEY, package, "not a PEM private key"),
                                (other_key, absent, "cannot read '%s'" % absent)):
