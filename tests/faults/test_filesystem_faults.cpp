@@ -1,22 +1,24 @@
 // The portal root on a file system that fills up, is read-only, or is not the one the caller's
-// files are on. Each test mounts its own file system over the test portal root, inside a mount
-// namespace of the test's own (it skips where none can be made).
+// files are on: each such test mounts its own file system over the test portal root, inside a
+// mount namespace of the test's own (it skips where none can be made). And a source directory
+// removed while copyPortalDir walks it.
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <boost/filesystem.hpp>
 #include <cstring>
 #include <random>
 #include <string>
+#include <thread>
 
 #include "faults/FaultSupport.h"
 #include "portal/PortalFixture.h"
 
 namespace {
 
-using helion::test::parseEnvelope;
 using helion::test::readFile;
 namespace fs = boost::filesystem;
 
@@ -64,13 +66,6 @@ protected:
             << std::strerror(errno);
     }
 
-    helion::test::Envelope call(
-        void (corvid::SdpPromoteServiceImpl::*operation)(std::string&, const std::string&),
-        const std::string& request) {
-        (service_.*operation)(result_, request);
-        return parseEnvelope(result_);
-    }
-
     helion::test::SignedPackage smallPackage() {
         return helion::test::signedPackage(scratch_, "small.zip",
                                            {{"index.html", "<html/>"}, {"a.css", "a"}});
@@ -92,8 +87,8 @@ TEST_F(FilesystemFaults, AFullDiskTruncatesFilesSilentlyAndFreedSpaceIsUsableAga
 
     EXPECT_EQ(call(&Service::delPortalDir, helion::test::deleteRequest({"web"})).code, 0);
     EXPECT_EQ(call(&Service::updatePortal, updateRequest(smallPackage(), "web")).code, 0);
-    EXPECT_EQ(readFile((root_ / "web/index.html").string()), "<html/>");
-    EXPECT_EQ(readFile((root_ / "web/a.css").string()), "a");
+    EXPECT_EQ(portalFile("web/index.html"), "<html/>");
+    EXPECT_EQ(portalFile("web/a.css"), "a");
 }
 
 // The caller's files and the portal on different file systems, as with a tmpfs /tmp.
@@ -105,8 +100,8 @@ TEST_F(FilesystemFaults, CopiesCrossFileSystemsWholeAndAFullTargetLosesNothing) 
     scratch_.write("src/a.css", "a");
     plant("web/a.css", "old");
     EXPECT_EQ(call(&Service::copyPortalDir, helion::test::copyRequest(src, "web")).code, 0);
-    EXPECT_EQ(readFile((root_ / "web/img/big.png").string()), image);
-    EXPECT_EQ(readFile((root_ / "web/a.css").string()), "a");
+    EXPECT_EQ(portalFile("web/img/big.png"), image);
+    EXPECT_EQ(portalFile("web/a.css"), "a");
     EXPECT_FALSE(fs::exists(src));
 
     // Too large for what is left: no partial file in the portal, the old one stays, and the
@@ -115,7 +110,7 @@ TEST_F(FilesystemFaults, CopiesCrossFileSystemsWholeAndAFullTargetLosesNothing) 
     scratch_.write("src/a.css", huge);
     EXPECT_EQ(call(&Service::copyPortalDir, helion::test::copyRequest(src, "web")).code, 0);
     EXPECT_TRUE(log_.contains("copy file error; Reason: No space left on device"));
-    EXPECT_EQ(readFile((root_ / "web/a.css").string()), "a");
+    EXPECT_EQ(portalFile("web/a.css"), "a");
     EXPECT_EQ(std::distance(fs::directory_iterator(root_ / "web"), fs::directory_iterator()), 2);
     EXPECT_EQ(readFile(src + "/a.css"), huge);
 }
@@ -129,7 +124,7 @@ TEST_F(FilesystemFaults, AReadOnlyPortalRootChangesNothingAndOnlyCreationFailsTh
     EXPECT_EQ(call(&Service::updatePortal, updateRequest(smallPackage(), "web")).code, 0);
     EXPECT_TRUE(log_.contains("del file error; Reason: Read-only file system"));
     EXPECT_TRUE(log_.contains("Failed to create file:"));
-    EXPECT_EQ(readFile((root_ / "web/old.css").string()), "old");
+    EXPECT_EQ(portalFile("web/old.css"), "old");
     EXPECT_FALSE(fs::exists(root_ / "web/index.html"));
 
     const auto fresh = call(&Service::updatePortal, updateRequest(smallPackage(), "fresh"));
@@ -148,11 +143,78 @@ TEST_F(FilesystemFaults, AReadOnlyPortalRootChangesNothingAndOnlyCreationFailsTh
     EXPECT_EQ(readFile(src + "/a.css"), "a");
 
     EXPECT_EQ(call(&Service::delPortalDir, helion::test::deleteRequest({"web"})).code, 0);
-    EXPECT_EQ(readFile((root_ / "web/old.css").string()), "old");
+    EXPECT_EQ(portalFile("web/old.css"), "old");
 
     ASSERT_EQ(::umount2(root_.c_str(), MNT_DETACH), 0);
     EXPECT_EQ(call(&Service::updatePortal, updateRequest(smallPackage(), "web")).code, 0);
-    EXPECT_EQ(readFile((root_ / "web/a.css").string()), "a");
+    EXPECT_EQ(portalFile("web/a.css"), "a");
+}
+
+// Any outcome the operation allows is fine (success, "source file not exist", or the iterator's
+// error thrown to the caller); what must hold is no crash, nothing in the target that was not in
+// the source, and a service that goes on working.
+class CopyRace : public helion::test::PortalRootTest {
+protected:
+    // 144 files whose content says where each came from, so the target can be checked.
+    void buildSource(const fs::path& src) {
+        for (int i = 0; i < 144; ++i) {
+            const std::string relative =
+                "d" + std::to_string(i / 12) + "/f" + std::to_string(i % 12) + ".css";
+            scratch_.write(fs::relative(src / relative, scratch_.path()).string(), relative);
+        }
+    }
+
+    // Every file that arrived is a whole source file; returns how many did.
+    int filesIn(const fs::path& target) {
+        int files = 0;
+        if (!fs::exists(target)) {
+            return files;
+        }
+        for (fs::recursive_directory_iterator it(target), end; it != end; ++it) {
+            if (fs::is_regular_file(it->status())) {
+                EXPECT_EQ(readFile(it->path().string()), fs::relative(it->path(), target).string());
+                ++files;
+            }
+        }
+        return files;
+    }
+};
+
+TEST_F(CopyRace, SourceRemovedWhileCopyingEndsInAnAllowedOutcome) {
+    for (int round = 0; round < 12; ++round) {
+        SCOPED_TRACE(round);
+        const fs::path src = scratch_.path() / ("src" + std::to_string(round));
+        buildSource(src);
+        std::atomic<bool> started{false};
+        std::thread remover([&] {
+            while (!started.load()) {
+                std::this_thread::yield();
+            }
+            // Later rounds give the copy a head start of growing length.
+            for (int spin = 0; spin < round * round * 20; ++spin) {
+                std::this_thread::yield();
+            }
+            boost::system::error_code ignored;
+            fs::remove_all(src, ignored);
+        });
+        try {
+            started = true;
+            const int code =
+                call(&Service::copyPortalDir, helion::test::copyRequest(src.string(), "race")).code;
+            EXPECT_TRUE(code == 0 || code == 7) << result_;
+        } catch (const fs::filesystem_error&) {
+            // The walk's own error, passed to the caller: allowed.
+        }
+        remover.join();
+        EXPECT_LE(filesIn(root_ / "race"), 144);
+    }
+
+    const fs::path src = scratch_.path() / "calm";
+    buildSource(src);
+    EXPECT_EQ(call(&Service::copyPortalDir, helion::test::copyRequest(src.string(), "calm")).code,
+              0);
+    EXPECT_EQ(filesIn(root_ / "calm"), 144);
+    EXPECT_FALSE(fs::exists(src));
 }
 
 }  // namespace

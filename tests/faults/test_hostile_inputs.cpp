@@ -1,6 +1,6 @@
 // What a hostile local caller hands the module: a package swapped after its check, devices,
-// pipes and oversized files, link loops, forged log lines; and what the programs the module
-// starts must not inherit from their host.
+// pipes and oversized files, broken archives, link loops, forged log lines; and what the
+// programs the module starts must not inherit from their host.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -28,11 +28,23 @@ using Service = corvid::SdpPromoteServiceImpl;
 
 class HostileInputs : public helion::test::PortalRootTest {
 protected:
-    int update(const std::string& zip, const std::string& sig, const std::string& dir = "web") {
-        service_.updatePortal(result_, helion::test::updateRequest({zip, sig}, dir));
-        return parseEnvelope(result_).code;
+    helion::test::Envelope update(const helion::test::SignedPackage& package,
+                                  const std::string& dir = "web") {
+        return call(&Service::updatePortal, helion::test::updateRequest(package, dir));
+    }
+
+    // After a fault the same service object installs a good package completely.
+    void expectGoodUpdateStillWorks() {
+        const auto good = helion::test::signedPackage(scratch_, "good.zip",
+                                                      {{"index.html", "<html/>"}, {"a.css", "a"}});
+        EXPECT_EQ(update(good, "after").code, 0);
+        EXPECT_EQ(portalFile("after/index.html"), "<html/>");
+        EXPECT_EQ(portalFile("after/a.css"), "a");
     }
 };
+// Packages that break after signing: each ends in the specified envelope, and the next good
+// update still succeeds.
+using PackageFaults = HostileInputs;
 
 TEST_F(HostileInputs, APackageSwappedAfterItsCheckIsNotWhatGetsInstalled) {
     // Large enough that the check takes a while; the swap comes the moment the read closes.
@@ -49,10 +61,10 @@ TEST_F(HostileInputs, APackageSwappedAfterItsCheckIsNotWhatGetsInstalled) {
             rename(evil.c_str(), good.zip.c_str());
         }
     });
-    EXPECT_EQ(update(good.zip, good.sig), 0);
+    EXPECT_EQ(update(good).code, 0);
     swapper.wait();
     close(watch);
-    EXPECT_EQ(readFile((root_ / "web/index.html").string()), "signed");
+    EXPECT_EQ(portalFile("web/index.html"), "signed");
     EXPECT_FALSE(fs::exists(root_ / "web/evil.html"));
 }
 
@@ -104,16 +116,63 @@ TEST_F(HostileInputs, OnlyRegularFilesWithinTheLimitsAreRead) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.zip + " " + c.sig);
         log_.clear();
-        EXPECT_EQ(update(c.zip, c.sig), 1);
+        EXPECT_EQ(update({c.zip, c.sig}).code, 1);
         EXPECT_EQ(parseEnvelope(result_).message, "verify signature error");
         EXPECT_TRUE(log_.contains(c.logged));
         EXPECT_TRUE(log_.contains("read:" + c.failed + " failed"));
-        EXPECT_EQ(readFile((root_ / "web/index.html").string()), "old");
+        EXPECT_EQ(portalFile("web/index.html"), "old");
     }
     done = true;
     unblock.join();
-    EXPECT_EQ(update(good.zip, good.sig), 0);
-    EXPECT_EQ(readFile((root_ / "web/index.html").string()), "new");
+    EXPECT_EQ(update(good).code, 0);
+    EXPECT_EQ(portalFile("web/index.html"), "new");
+}
+
+TEST_F(PackageFaults, TruncatedArchivesAreDecompressionErrorsAfterTheOldPortalIsGone) {
+    const std::string zip = (scratch_.path() / "cut.zip").string();
+    helion::test::writeZip(zip, {{"index.html", std::string(4000, 'x')}, {"b.css", "b"}});
+    const std::string whole = readFile(zip);
+    // Cut inside the entry data, inside the central directory, and just before the end record.
+    for (const std::size_t keep : {whole.size() / 3, whole.size() - 40, whole.size() - 22}) {
+        SCOPED_TRACE(keep);
+        plant("web/old.css");
+        std::ofstream(zip, std::ios::binary | std::ios::trunc) << whole.substr(0, keep);
+        const auto envelope = update(helion::test::signAsItStands(zip));
+        EXPECT_EQ(envelope.code, 2);
+        EXPECT_EQ(envelope.message, "decompression error");
+        EXPECT_TRUE(fs::is_directory(root_ / "web"));
+        EXPECT_FALSE(fs::exists(root_ / "web/old.css"));
+        EXPECT_TRUE(log_.contains("Failed to open zip file:" + zip));
+    }
+    expectGoodUpdateStillWorks();
+}
+
+TEST_F(PackageFaults, CorruptEntryDataIsWrittenAsItInflatesAndTheOtherEntriesAreIntact) {
+    const std::string stored(600, 's');
+    const std::string zip = (scratch_.path() / "crc.zip").string();
+    helion::test::writeZip(zip, {{"stored.css", stored, false},
+                                 {"deflated.css", std::string(3000, 'd')},
+                                 {"last.css", "last"}});
+    std::string bytes = readFile(zip);
+    // Entry data follows its name in the local header (no extra field): one byte of the stored
+    // entry, and one inside the deflated entry's stream.
+    const auto dataOf = [&bytes](const std::string& name) {
+        return bytes.find(name) + name.size();
+    };
+    bytes[dataOf("stored.css") + 100] = 'X';
+    const auto deflatedAt = dataOf("deflated.css");
+    bytes[deflatedAt + 2] = static_cast<char>(bytes[deflatedAt + 2] ^ 0x55);
+    std::ofstream(zip, std::ios::binary | std::ios::trunc) << bytes;
+
+    // The signature is made over the corrupt archive: only extraction is under test here.
+    EXPECT_EQ(update(helion::test::signAsItStands(zip)).code, 0);
+    std::string expected = stored;
+    expected[100] = 'X';
+    EXPECT_EQ(portalFile("web/stored.css"), expected);
+    EXPECT_TRUE(fs::is_regular_file(root_ / "web/deflated.css"));
+    EXPECT_LE(fs::file_size(root_ / "web/deflated.css"), 3000u);
+    EXPECT_EQ(portalFile("web/last.css"), "last");
+    expectGoodUpdateStillWorks();
 }
 
 TEST_F(HostileInputs, LinksBackUpTheTreeAreNotFollowedAndOtherLinksAre) {
@@ -123,10 +182,10 @@ TEST_F(HostileInputs, LinksBackUpTheTreeAreNotFollowedAndOtherLinksAre) {
     fs::create_directory_symlink(".", src / "l1");
     fs::create_directory_symlink("..", src / "shared/up");
     fs::create_directory_symlink("shared", src / "again");
-    service_.copyPortalDir(result_, helion::test::copyRequest(src.string(), "web"));
-    EXPECT_EQ(parseEnvelope(result_).code, 0);
+    EXPECT_EQ(call(&Service::copyPortalDir, helion::test::copyRequest(src.string(), "web")).code,
+              0);
     for (const char* copied : {"a.css", "shared/b.css", "again/b.css"}) {
-        EXPECT_EQ(readFile((root_ / "web" / copied).string()), fs::path(copied).stem().string());
+        EXPECT_EQ(portalFile(std::string("web/") + copied), fs::path(copied).stem().string());
     }
     EXPECT_FALSE(fs::exists(root_ / "web/l1/a.css"));
     EXPECT_FALSE(fs::exists(root_ / "web/shared/up/a.css"));

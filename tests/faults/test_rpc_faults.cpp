@@ -75,7 +75,7 @@ TEST_F(RpcFaults, ErrorsLeavingAnOperationAreExceptionRepliesAndServingGoesOn) {
     client_->service.copyPortalDir(result,
                                    helion::test::copyRequest(scratch_.str() + "/src", "web"));
     EXPECT_EQ(parseEnvelope(result).code, 0);
-    EXPECT_EQ(helion::test::readFile((root_ / "web/a.css").string()), "a");
+    EXPECT_EQ(portalFile("web/a.css"), "a");
 }
 
 TEST_F(RpcFaults, DeeplyNestedRequestsAreOrdinaryJsonErrors) {
@@ -85,16 +85,15 @@ TEST_F(RpcFaults, DeeplyNestedRequestsAreOrdinaryJsonErrors) {
     std::string result;
     for (const auto* request : {&deep, &closed}) {
         client_->service.updatePortal(result, *request);
-        const auto envelope = parseEnvelope(result);
         // Unclosed it is no JSON; closed it is an array, which binds nothing, so the empty
         // package path fails verification.
-        EXPECT_EQ(envelope.code, request == &deep ? 3 : 1) << result;
+        EXPECT_EQ(parseEnvelope(result).code, request == &deep ? 3 : 1) << result;
         client_->service.copyPortalDir(result, *request);
         EXPECT_EQ(parseEnvelope(result).code, request == &deep ? 3 : 7);
         client_->service.delPortalDir(result, *request);
         EXPECT_EQ(parseEnvelope(result).code, request == &deep ? 3 : 0);
     }
-    EXPECT_EQ(helion::test::readFile((root_ / "web/old.css").string()), "old");
+    EXPECT_EQ(portalFile("web/old.css"), "old");
     EXPECT_TRUE(client_->service.IsRpcStatusNormal());
 }
 

@@ -48,6 +48,18 @@ protected:
         std::ofstream(target.string(), std::ios::binary) << content;
     }
 
+    /// Runs one operation of the fixture's service and reads its answer.
+    Envelope call(void (corvid::SdpPromoteServiceImpl::*operation)(std::string&,
+                                                                   const std::string&),
+                  const std::string& request) {
+        (service_.*operation)(result_, request);
+        return parseEnvelope(result_);
+    }
+
+    std::string portalFile(const std::string& relative) const {
+        return readFile((root_ / relative).string());
+    }
+
     const boost::filesystem::path root_{HELION_TEST_RESOURCES_DIR "/app/"};
     LogCapture log_;
     TempDir scratch_;

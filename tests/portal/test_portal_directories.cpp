@@ -1,4 +1,5 @@
-// copyPortalDir: which files move in, what happens to the source, and the failure envelopes.
+// copyPortalDir: which files move in, what happens to the source, and the failure envelopes;
+// delPortalDir: best-effort removal below the portal root.
 #include <gtest/gtest.h>
 
 #include "faults/FaultSupport.h"
@@ -8,7 +9,6 @@
 namespace {
 
 namespace fs = boost::filesystem;
-using helion::test::readFile;
 
 class PortalCopy : public helion::test::PortalRootTest {
 protected:
@@ -25,10 +25,10 @@ TEST_F(PortalCopy, MovesMatchingFilesAndRemovesTheSource) {
 
     service_.copyPortalDir(result_, helion::test::copyRequest(source_, "web"));
     EXPECT_EQ(result_, R"({"code":0,"message":"successful","data":""})");
-    EXPECT_EQ(readFile((root_ / "web/a.PNG").string()), "a.PNG");
-    EXPECT_EQ(readFile((root_ / "web/c.css.map").string()), "c.css.map");
-    EXPECT_EQ(readFile((root_ / "web/sub/d.woff2").string()), "sub/d.woff2");
-    EXPECT_EQ(readFile((root_ / "web/kept.txt").string()), "kept");
+    EXPECT_EQ(portalFile("web/a.PNG"), "a.PNG");
+    EXPECT_EQ(portalFile("web/c.css.map"), "c.css.map");
+    EXPECT_EQ(portalFile("web/sub/d.woff2"), "sub/d.woff2");
+    EXPECT_EQ(portalFile("web/kept.txt"), "kept");
     EXPECT_FALSE(fs::exists(root_ / "web/b.js"));
     EXPECT_FALSE(fs::exists(root_ / "web/sub/e.html"));
     EXPECT_TRUE(fs::is_directory(root_ / "web/empty"));
@@ -36,7 +36,7 @@ TEST_F(PortalCopy, MovesMatchingFilesAndRemovesTheSource) {
 
     scratch_.write("unpacked/x.svg", "svg");
     service_.copyPortalDir(result_, helion::test::copyRequest(source_, ""));  // the root itself
-    EXPECT_EQ(readFile((root_ / "x.svg").string()), "svg");
+    EXPECT_EQ(portalFile("x.svg"), "svg");
 }
 
 TEST_F(PortalCopy, FailuresAnswerWithTheirCodes) {
@@ -67,6 +67,34 @@ TEST_F(PortalCopy, TheFilterIsACaseFoldedSubstringTest) {
     EXPECT_TRUE(in("anything", {".png", ""}));
     EXPECT_FALSE(in("x.png", {".PNG"}));  // the list is not folded
     EXPECT_FALSE(in(".pn", {".png"}));
+}
+
+using PortalDelete = helion::test::PortalRootTest;
+
+TEST_F(PortalDelete, RemovesWhateverExistsAndSkipsTheRest) {
+    constexpr const char* kSuccess = R"({"code":0,"message":"successful","data":""})";
+    const fs::path sibling = root_.parent_path().parent_path() / "helion-portal-sibling";
+    plant("web/a/b.txt");
+    plant("file.txt");
+    plant("keep/c.txt");
+    fs::create_directories(sibling / "inner");
+    service_.delPortalDir(result_, "");
+    EXPECT_EQ(result_, R"({"code":3,"message":"req json error","data":""})");
+    service_.delPortalDir(result_, R"({"portalDirs":[]})");
+    EXPECT_EQ(result_, kSuccess);
+    EXPECT_TRUE(fs::exists(root_ / "web/a/b.txt"));
+    log_.clear();
+    service_.delPortalDir(
+        result_, R"({"portalDirs":["web","missing","/file.txt","../helion-portal-sibling"]})");
+    EXPECT_EQ(result_, kSuccess);
+    EXPECT_FALSE(fs::exists(root_ / "web"));
+    EXPECT_FALSE(fs::exists(root_ / "file.txt"));
+    EXPECT_FALSE(fs::exists(sibling));
+    EXPECT_TRUE(fs::exists(root_ / "keep/c.txt"));
+    EXPECT_EQ(log_.lines().size(), 2u);  // start and success only
+    service_.delPortalDir(result_, R"({"portalDirs":[""]})");
+    EXPECT_EQ(result_, kSuccess);
+    EXPECT_FALSE(fs::exists(root_));
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // updatePortal on the test portal root: envelopes, log lines and what is left on disk.
 #include <gtest/gtest.h>
 
-#include "portal/PackageKit.h"
+#include "faults/FaultSupport.h"
 #include "portal/PortalFixture.h"
 
 namespace {
@@ -20,8 +20,7 @@ protected:
         sig_ = scratch_.write(name + ".sig", helion::test::sign(bytes, key.get()));
         bytes.back() ^= tamper ? 0x10 : 0;
         zip_ = scratch_.write(name + ".zip", bytes);
-        return R"({"srcZip":")" + zip_ + R"(","portalDir":")" + portalDir + R"(","signFile":")" +
-               sig_ + R"("})";
+        return helion::test::updateRequest({zip_, sig_}, portalDir);
     }
     std::string package() {
         const std::string zip = (scratch_.path() / "built.zip").string();
@@ -55,9 +54,8 @@ TEST_F(PortalUpdate, ReplacesTheTargetWithThePackage) {
         log_.clear();
         service_.updatePortal(result_, request(c.dir, package()));
         EXPECT_EQ(result_, kSuccess);
-        EXPECT_EQ(readFile((root_ / c.index).string()), "<html/>");
-        EXPECT_EQ(readFile((root_ / fs::path(c.index).parent_path() / "css/app.css").string()),
-                  "a{}");
+        EXPECT_EQ(portalFile(c.index), "<html/>");
+        EXPECT_EQ(portalFile((fs::path(c.index).parent_path() / "css/app.css").string()), "a{}");
         EXPECT_TRUE(c.gone == nullptr || !fs::exists(root_ / c.gone));
         const std::string target = root_.string() + c.dir;  // a textual join
         EXPECT_EQ(log_.contains("path:" + target + " is exists, will remove"), *c.planted != '\0');
@@ -97,9 +95,9 @@ TEST_F(PortalUpdate, FailuresAnswerTheirCodeAndKeepOrLoseTheOldPortalAsDocumente
         ASSERT_EQ(warnings.size(), 1u);
         EXPECT_EQ(warnings[0].level, spdlog::level::warn);
         EXPECT_EQ(warnings[0].text.substr(warnings[0].text.rfind("]: ") + 3), logged);
-        EXPECT_EQ(readFile((root_ / "web/index.html").string()) == "installed", c.webKept);
+        EXPECT_EQ(portalFile("web/index.html") == "installed", c.webKept);
     }
-    EXPECT_EQ(readFile((root_ / "blocker").string()), "file");
+    EXPECT_EQ(portalFile("blocker"), "file");
     EXPECT_TRUE(fs::is_empty(root_ / "web"));  // the old portal went before extraction failed
     EXPECT_TRUE(fs::exists(zip_));             // packages are only read
 }
