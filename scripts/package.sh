@@ -28,8 +28,9 @@ if command -v ccache >/dev/null; then
 fi
 
 # Debian's hardening flags (stack protector, fortify, full RELRO with immediate binding); CMake
-# takes them from the environment into a fresh cache.
-export DEB_BUILD_MAINT_OPTIONS=hardening=+all
+# takes them from the environment into a fresh cache. The packaged files are stripped and no
+# debug-symbol package is made, so no debug information is compiled.
+export DEB_BUILD_MAINT_OPTIONS=hardening=+all DEB_CXXFLAGS_MAINT_STRIP=-g
 CXXFLAGS="$(dpkg-buildflags --get CPPFLAGS) $(dpkg-buildflags --get CXXFLAGS)"
 LDFLAGS="$(dpkg-buildflags --get LDFLAGS)"
 export CXXFLAGS LDFLAGS
