@@ -90,7 +90,7 @@ TEST_F(Logging, LevelGateTheInfoCapAndContextText) {
     for (const auto& [context, message, line] : contexts) {
         capture.clear();
         Logger::GetInstance().logWithCtx(
-            info, kTag, "F", 1, [&] { return context; }, "{}", message);
+            info, kTag, "F", 1, [&text = context] { return text; }, "{}", message);
         EXPECT_EQ(capture.lines().at(0).text, line);
     }
 }
