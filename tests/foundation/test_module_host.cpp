@@ -120,6 +120,7 @@ HandMade response{typeid(corvid::IResponse),
                    })}};
 
 constexpr const char* kGuid = "7c9e6679-7425-40de-944b-e07fc1f90ae7";
+using Lines = std::vector<std::string>;
 
 class ModuleHost : public ::testing::Test {
 protected:
@@ -130,8 +131,8 @@ protected:
         registeredProcessor.reset();
     }
     // Each captured line as "level text".
-    std::vector<std::string> lines() const {
-        std::vector<std::string> out;
+    Lines lines() const {
+        Lines out;
         for (const auto& line : log_.lines()) {
             out.push_back(std::to_string(line.level) + " " + line.text);
         }
@@ -170,28 +171,28 @@ TEST_F(ModuleHost, EveryEntryIsReachedByPosition) {
     EXPECT_EQ(module_->moduleRouters(), routes);
 
     EXPECT_FALSE((callSlot<bool (*)(void*, const char*, const char*)>(module_, 11, "topic", "c")));
-    EXPECT_EQ(lines(), std::vector<std::string>{"1 [HelionPromote:moduleDidRecivedEventMessage:"
-                                                "148]: receviced event: [topic]"});
+    EXPECT_EQ(lines(), Lines{"1 [HelionPromote:moduleDidRecivedEventMessage:"
+                             "148]: receviced event: [topic]"});
 
     calls.clear();
     EXPECT_FALSE(
         (callSlot<bool (*)(void*, void*, void*)>(module_, 12, request.as(), response.as())));
     EXPECT_EQ(answer, "503 Service Unavailable 1");
     std::sort(calls.begin(), calls.end());
-    EXPECT_EQ(calls, (std::vector<std::string>{"body", "method", "url", "url"}));
+    EXPECT_EQ(calls, (Lines{"body", "method", "url", "url"}));
 }
 
 TEST_F(ModuleHost, LoadingRegistersAFreshProcessorThenTheLifecycleOnlyLogs) {
     EXPECT_FALSE(corvid::details::EventCenter::broadcast("early", "c")) << "not loaded yet";
     auto* host = context.as<corvid::IRunTimeContext>();
     callSlot<void (*)(void*, void*)>(module_, 3, host);
-    EXPECT_EQ(calls, (std::vector<std::string>{"queryService RpcServer", "registerProcessor"}));
+    EXPECT_EQ(calls, (Lines{"queryService RpcServer", "registerProcessor"}));
     EXPECT_EQ(registeredName, "SdpPromoteService");
     ASSERT_NE(registeredProcessor, nullptr);
     EXPECT_EQ(registeredProcessor.use_count(), 1) << "the module keeps no reference";
     EXPECT_EQ(ModuleInstance::shared().getRuntimeContext(), host);
-    EXPECT_EQ(lines(), std::vector<std::string>{"2 [HelionPromote:moduleWillLoadFinished:133]: " +
-                                                std::string(kGuid) + " module will load finished"});
+    EXPECT_EQ(lines(), Lines{"2 [HelionPromote:moduleWillLoadFinished:133]: " + std::string(kGuid) +
+                             " module will load finished"});
 
     const auto first = registeredProcessor;
     module_->moduleWillLoadFinished(host);
@@ -203,10 +204,9 @@ TEST_F(ModuleHost, LoadingRegistersAFreshProcessorThenTheLifecycleOnlyLogs) {
         callSlot<void (*)(void*)>(module_, slot);
     }
     EXPECT_EQ(lines(),
-              (std::vector<std::string>{
-                  "2 [HelionPromote:moduleDidLoadFinished:139]: moduleDidLoadFinished",
-                  "2 [HelionPromote:moduleWillUnloadFinished:181]: moduleWillUnloadFinished",
-                  "2 [HelionPromote:moduleDidUnloadFinished:186]: moduleDidUnloadFinished"}));
+              (Lines{"2 [HelionPromote:moduleDidLoadFinished:139]: moduleDidLoadFinished",
+                     "2 [HelionPromote:moduleWillUnloadFinished:181]: moduleWillUnloadFinished",
+                     "2 [HelionPromote:moduleDidUnloadFinished:186]: moduleDidUnloadFinished"}));
     calls.clear();
     EXPECT_TRUE(corvid::details::EventCenter::broadcast("topic", "content"));
     busAnswer = false;
@@ -214,9 +214,8 @@ TEST_F(ModuleHost, LoadingRegistersAFreshProcessorThenTheLifecycleOnlyLogs) {
     hideServices = true;
     EXPECT_FALSE(corvid::details::EventCenter::broadcast("no bus", "c"));
     hideServices = false;
-    EXPECT_EQ(calls, (std::vector<std::string>{"queryService EventBus", "publish topic content",
-                                               "queryService EventBus", "publish t2 ",
-                                               "queryService EventBus"}));
+    EXPECT_EQ(calls, (Lines{"queryService EventBus", "publish topic content",
+                            "queryService EventBus", "publish t2 ", "queryService EventBus"}));
 
     // A failing registration is logged once and the load returns.
     const std::pair<std::function<void()>, std::string> cases[] = {
@@ -230,8 +229,7 @@ TEST_F(ModuleHost, LoadingRegistersAFreshProcessorThenTheLifecycleOnlyLogs) {
         registerFault = fault;
         registeredProcessor.reset();
         EXPECT_NO_THROW(module_->moduleWillLoadFinished(host));
-        EXPECT_EQ(lines(),
-                  std::vector<std::string>{"4 [HelionPromote:moduleWillLoadFinished:" + text});
+        EXPECT_EQ(lines(), Lines{"4 [HelionPromote:moduleWillLoadFinished:" + text});
         EXPECT_EQ(registeredProcessor, nullptr);
     }
 }

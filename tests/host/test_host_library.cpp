@@ -87,8 +87,7 @@ TEST(HostLibrary, RpcServerRegistersOnceAndReportsServingThatEndsByItself) {
     EXPECT_THROW(server.registerProcessor("Other", stub), std::logic_error);
     EXPECT_EQ(server.services(), std::vector<std::string>{"SdpPromoteService"});
 
-    // Break the listener under the server: the only listening socket of this
-    // process.
+    // Break the listener under the server: the only listening socket of this process.
     for (int fd = 3; fd < 1024; ++fd) {
         int listening = 0;
         socklen_t size = sizeof(listening);

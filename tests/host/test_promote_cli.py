@@ -7,6 +7,7 @@ from hostfixture import (DEV_PRIVATE_KEY, PORTAL_ROOT, PROMOTE, SAMPLE_PORTAL, S
                          envelope, portal, promote, run, tree, write_tree)
 
 OK, FAILED, USAGE, UNREACHABLE = 0, 1, 2, 3
+SUCCESS = envelope(0, "successful")
 
 
 class PortalMethods(SharedHostTestCase):
@@ -25,28 +26,24 @@ class PortalMethods(SharedHostTestCase):
             self.assertEqual(portal(*args, cwd=where).returncode, OK)
         name = self.portal_dir("journey")
         self.assertAnswer(self.call("update-portal", "--zip", "portal.zip", "--sig",
-                                    "portal.zip.sig", "--dir", name, cwd=where),
-                          OK, envelope(0, "successful"))
+                                    "portal.zip.sig", "--dir", name, cwd=where), OK, SUCCESS)
         self.assertEqual(tree(os.path.join(PORTAL_ROOT, name)), tree(SAMPLE_PORTAL))
         self.assertIn("updatePortal success", self.host.log())
         source = write_tree(os.path.join(self.work, "unpacked"),
                             {"a.css": b"a", "b.js": b"b", "sub/c.png": b"c"})
         copied = self.portal_dir("copy")
-        self.assertAnswer(self.call("copy-portal-dir", "--src", source, "--dir", copied), OK,
-                          envelope(0, "successful"))
+        self.assertAnswer(self.call("copy-portal-dir", "--src", source, "--dir", copied), OK, SUCCESS)
         self.assertEqual(tree(os.path.join(PORTAL_ROOT, copied)),
                          {"a.css": b"a", os.path.join("sub", "c.png"): b"c"})
         self.assertFalse(os.path.exists(source))
 
-        self.assertAnswer(self.call("del-portal-dir", name, copied, "never-installed"), OK,
-                          envelope(0, "successful"))
+        self.assertAnswer(self.call("del-portal-dir", name, copied, "never-installed"), OK, SUCCESS)
         self.assertEqual([os.path.exists(os.path.join(PORTAL_ROOT, n)) for n in (name, copied)],
                          [False, False])
         # --force sends what looks like a slip as it stands.
         via, forced = self.portal_dir("via"), self.portal_dir("forced")
         write_tree(PORTAL_ROOT, {via + "/f": b"", forced + "/f": b""})
-        self.assertAnswer(self.call("del-portal-dir", "--force", via + "/../" + forced), OK,
-                          envelope(0, "successful"))
+        self.assertAnswer(self.call("del-portal-dir", "--force", via + "/../" + forced), OK, SUCCESS)
         self.assertFalse(os.path.exists(os.path.join(PORTAL_ROOT, forced)))
 
     def test_slips_are_refused_and_nothing_is_sent(self):
@@ -85,8 +82,7 @@ class PortalMethods(SharedHostTestCase):
     def test_raw_call_process_and_tool_methods(self):
         self.assertAnswer(self.call("call", "updatePortal", "{not json"), FAILED,
                           envelope(3, "req json error"))
-        self.assertAnswer(self.call("call", "delPortalDir", '{"portalDirs":[]}'), OK,
-                          envelope(0, "successful"))
+        self.assertAnswer(self.call("call", "delPortalDir", '{"portalDirs":[]}'), OK, SUCCESS)
         cases = [
             (["process", "1"], {"code": 12, "message": "not support impl",
                                 "processInfo": [{"pid": 0, "procName": "", "procPath": ""}]}),
@@ -98,7 +94,6 @@ class PortalMethods(SharedHostTestCase):
             self.assertEqual((result.returncode, json.loads(result.stdout)), (FAILED, answer))
         for command in ("ping", "start-diagnosis-tool", "relaunch-tool"):
             self.assertAnswer(self.call(command), OK, '{"result":true}')
-
 
     def test_usage_errors_and_unreachable_hosts_call_nothing(self):
         unreachable = ("unix:" + os.path.join(self.work, "absent.sock"), "tcp:127.0.0.1:1")
@@ -119,6 +114,7 @@ class PortalMethods(SharedHostTestCase):
         os.symlink(self.host.socket, os.path.join(runtime, "helion", "promote.sock"))
         self.assertAnswer(run(PROMOTE, "ping", env=dict(os.environ, XDG_RUNTIME_DIR=runtime)), OK,
                           '{"result":true}')
+
 
 if __name__ == "__main__":
     unittest.main()

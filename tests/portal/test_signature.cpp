@@ -8,6 +8,7 @@
 namespace {
 
 using helion::test::sign;
+using Access = corvid::SdpPromoteServiceImplAccess;
 
 class SignatureCheck : public ::testing::Test {
 protected:
@@ -19,7 +20,7 @@ protected:
     bool verifyWith(const std::string& signature, const std::string& package) {
         dir_.write("package.zip", package);
         const auto signPath = dir_.write("package.sig", signature);
-        return corvid::SdpPromoteServiceImplAccess::verifySignature(service_, zipPath_, signPath);
+        return Access::verifySignature(service_, zipPath_, signPath);
     }
     static EVP_PKEY* devKey() {
         static const helion::test::Pkey key = helion::test::devPrivateKey();
@@ -72,10 +73,10 @@ TEST_F(SignatureCheck, AnEmptySignatureIsANullString) {
 
 TEST_F(SignatureCheck, MissingFilesFailBeforeAnyCheck) {
     const std::string missing = (dir_.path() / "missing").string();
-    EXPECT_FALSE(corvid::SdpPromoteServiceImplAccess::verifySignature(service_, zipPath_, missing));
+    EXPECT_FALSE(Access::verifySignature(service_, zipPath_, missing));
     EXPECT_TRUE(log_.contains(missing + " not exist; Reason: reason："));
     EXPECT_TRUE(log_.contains("read:" + missing + " failed"));
-    EXPECT_FALSE(corvid::SdpPromoteServiceImplAccess::verifySignature(service_, missing, zipPath_));
+    EXPECT_FALSE(Access::verifySignature(service_, missing, zipPath_));
     EXPECT_FALSE(log_.contains("rsa_sha256_verify result"));
 }
 
@@ -88,13 +89,11 @@ TEST_F(SignatureCheck, WholeFilesAreReadWhateverSizeTheyReport) {
     }
     for (const std::string& content : {std::string(), std::string("a\0b\r\n\xff", 6), large}) {
         std::string out = "stale";
-        EXPECT_TRUE(corvid::SdpPromoteServiceImplAccess::readFileContent(
-            service_, dir_.write("file", content), out));
+        EXPECT_TRUE(Access::readFileContent(service_, dir_.write("file", content), out));
         EXPECT_EQ(out, content);
     }
     std::string out;
-    EXPECT_TRUE(
-        corvid::SdpPromoteServiceImplAccess::readFileContent(service_, "/proc/self/status", out));
+    EXPECT_TRUE(Access::readFileContent(service_, "/proc/self/status", out));
     EXPECT_EQ(out.compare(0, 5, "Name:"), 0);
 }
 
