@@ -30,4 +30,4 @@ other=$((support + product))
 printf 'tests                          %6d\n' "$tests"
 printf 'product, sdk, host, tools      %6d\n' "$product"
 printf 'scripts, bench, fuzz, ci       %6d\n' "$support"
-printf 'ratio tests / other code       %6s\n' "$(awk -v t="$tests" -v o="$other" 'BEGIN { printf "%.2f", t / o }')"
+printf 'ratio tests / other code       %6s\n' "$(awk -v t="$tests" -v o="$other" 'BEGIN { printf "%.3f", t / o }')"
