@@ -42,7 +42,7 @@ protected:
         EXPECT_EQ(portalFile("after/a.css"), "a");
     }
 };
-// Packages that break after signing: each ends in the specified envelope, and the next good
+// Packages that break after signing: each ends in its failure's envelope, and the next good
 // update still succeeds.
 using PackageFaults = HostileInputs;
 
