@@ -9,18 +9,7 @@ source_dir="$PWD"
 out="${HELION_PACKAGE_DIR:-$source_dir/build/package}"
 build="$out/build"
 
-scripts/install-deps.sh
-extra=()
-for tool in help2man:help2man dpkg-shlibdeps:dpkg-dev file:file gzip:gzip; do
-    command -v "${tool%%:*}" >/dev/null || extra+=("${tool#*:}")
-done
-if [ ${#extra[@]} -gt 0 ]; then
-    echo "Installing: ${extra[*]}"
-    sudo_cmd=()
-    [ "$(id -u)" -eq 0 ] || sudo_cmd=(sudo)
-    "${sudo_cmd[@]}" apt-get update -qq
-    DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${extra[@]}"
-fi
+scripts/install-deps.sh  # help2man, dpkg-dev, file and lintian among the rest
 
 launcher=()
 if command -v ccache >/dev/null; then
