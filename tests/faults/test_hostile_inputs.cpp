@@ -194,12 +194,10 @@ TEST_F(HostileInputs, LinksBackUpTheTreeAreNotFollowedAndOtherLinksAre) {
 }
 
 TEST_F(HostileInputs, RequestTextCannotForgeALogLine) {
-    service_.updatePortal(result_, R"({"srcZip":")" +
-                                       std::string("/x.zip\\n2026-11-22 10:00:00.000 "
-                                                   "[info] [HelionPromote] "
-                                                   "forged\\r\\t\\u0001") +
-                                       R"(","portalDir":"web","signFile":"/y.sig"})");
-    EXPECT_EQ(parseEnvelope(result_).code, 1);
+    // JSON escapes: the module receives a newline, a carriage return, a tab and a U+0001.
+    const std::string forged =
+        "/x.zip\\n2026-11-22 10:00:00.000 [info] [HelionPromote] forged\\r\\t\\u0001";
+    EXPECT_EQ(update({forged, "/y.sig"}).code, 1);
     EXPECT_TRUE(log_.contains(
         R"(srcZip:/x.zip\n2026-11-22 10:00:00.000 [info] [HelionPromote] forged\r\t\x01, signFile:/y.sig after to local8bit)"));
     for (const auto& line : log_.lines()) {
