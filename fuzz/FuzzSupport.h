@@ -21,7 +21,7 @@
 namespace helion::fuzz {
 
 /// The scratch tmpfs the sandbox mounts; the fuzz build's Resources dir lies below it.
-inline const char* const kScratch = "/tmp/helion-fuzz";
+inline const char* const kScratch = HELION_FUZZ_SCRATCH;
 
 /// Archive entry names and portal names are joined as they stand, so targets that write files
 /// abort unless the scratch directory is a tmpfs and the root file system is read-only: the

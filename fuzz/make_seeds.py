@@ -12,7 +12,8 @@ import zipfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 CORPUS = os.path.join(HERE, "corpus")
-SCRATCH = "/tmp/helion-fuzz"
+with open(os.path.join(HERE, "scratch.path")) as scratch_file:
+    SCRATCH = scratch_file.read().strip()
 
 
 def write(target, name, data):

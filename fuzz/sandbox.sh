@@ -9,7 +9,7 @@
 # reach the suite's log folder. Exits 77 when no namespace can be made here (not root).
 set -euo pipefail
 
-scratch=/tmp/helion-fuzz
+scratch=$(<"$(dirname "$0")/scratch.path")
 
 if [ "${1:-}" != "--inside" ]; then
     if ! unshare --mount --pid --fork --mount-proc true 2>/dev/null; then

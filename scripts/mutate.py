@@ -1,27 +1,25 @@
-#!/usr/bin/env bash
-# Mutation testing: plants one fault at a time in the product's sources (a comparison flipped,
-# && and || swapped, a call statement deleted, a returned true/false inverted), rebuilds, runs the
-# tests of the mutated folder and counts the mutant as caught when a test fails or the run times
-# out. The sample is fixed: candidates are ranked by a hash of seed, file, line text and kind, so
-# an unchanged line yields the same mutants on any commit.
-#
-#   scripts/mutate.sh [--tree DIR] [--build DIR] [--seed S] [--per-folder N] [--timeout SEC]
-#                     [--list] [--only REGEX]
-#
-#   --tree DIR       the checkout to mutate (default: this one), e.g. a `git worktree` of an
-#                    older commit
-#   --build DIR      build directory of its own (default: DIR/build/mutate), built incrementally
-#   --per-folder N   mutants per product folder (default 7; seven folders)
-#   --timeout SEC    limit for one mutant's test run (default 240); a hang counts as caught
-#   --list           print the sample and stop
-#   --only REGEX     run only the sampled mutants whose "file:line kind" matches
-#
-# Sources are restored byte for byte after each mutant, on Ctrl-C too; a run killed harder leaves
-# BUILD/mutant-backup, which the next run restores first. One run per tree at a time: run it in a
-# worktree of its own, never in a tree others are building.
-set -euo pipefail
-here=$(cd "$(dirname "$0")/.." && pwd)
-exec /usr/bin/python3 - "$here" "$@" <<'EOF'
+#!/usr/bin/python3
+"""Mutation testing: plants one fault at a time in the product's sources (a comparison flipped,
+&& and || swapped, a call statement deleted, a returned true/false inverted), rebuilds, runs the
+tests of the mutated folder and counts the mutant as caught when a test fails or the run times
+out. The sample is fixed: candidates are ranked by a hash of seed, file, line text and kind, so
+an unchanged line yields the same mutants on any commit.
+
+  scripts/mutate.py [--tree DIR] [--build DIR] [--seed S] [--per-folder N] [--timeout SEC]
+                    [--list] [--only REGEX]
+
+  --tree DIR       the checkout to mutate (default: this one), e.g. a `git worktree` of an
+                   older commit
+  --build DIR      build directory of its own (default: DIR/build/mutate), built incrementally
+  --per-folder N   mutants per product folder (default 7; seven folders)
+  --timeout SEC    limit for one mutant's test run (default 240); a hang counts as caught
+  --list           print the sample and stop
+  --only REGEX     run only the sampled mutants whose "file:line kind" matches
+
+Sources are restored byte for byte after each mutant, on Ctrl-C too; a run killed harder leaves
+BUILD/mutant-backup, which the next run restores first. One run per tree at a time: run it in a
+worktree of its own, never in a tree others are building.
+"""
 import argparse
 import hashlib
 import os
@@ -31,8 +29,8 @@ import subprocess
 import sys
 import time
 
-parser = argparse.ArgumentParser(prog="mutate.sh")
-parser.add_argument("here")
+parser = argparse.ArgumentParser(
+    description=__doc__.split("\n\n")[0], formatter_class=argparse.RawDescriptionHelpFormatter)
 parser.add_argument("--tree")
 parser.add_argument("--build")
 parser.add_argument("--seed", default="helion")
@@ -41,7 +39,8 @@ parser.add_argument("--timeout", type=int, default=240)
 parser.add_argument("--list", action="store_true")
 parser.add_argument("--only")
 args = parser.parse_args()
-tree = os.path.abspath(args.tree or args.here)
+HERE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+tree = os.path.abspath(args.tree or HERE)
 build = os.path.abspath(args.build or os.path.join(tree, "build", "mutate"))
 
 # The ctest labels that exercise each folder; packaging and load are never run here.
@@ -270,4 +269,3 @@ except KeyboardInterrupt:
 finally:
     if not args.list:
         restore_backup()
-EOF
