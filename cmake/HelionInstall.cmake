@@ -7,8 +7,7 @@ set(HELION_CMAKE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/HelionPromote")
 
 # Consumers see the headers as HelionPromote::sdk, the name the build tree's alias uses too.
 set_target_properties(helion_sdk PROPERTIES EXPORT_NAME sdk)
-# The module finds the logging library one level up; the library itself needs no search path.
-set_target_properties(HelionPromote PROPERTIES INSTALL_RPATH "$ORIGIN/..")
+# The module's search path is set with its linkage; the library itself needs none.
 set_target_properties(HelionLogger PROPERTIES INSTALL_RPATH "")
 
 install(TARGETS HelionLogger

@@ -6,6 +6,7 @@ cmake_dependent_option(HELION_BUILD_TESTS "Build the test suite" ON "HELION_TOP_
 cmake_dependent_option(HELION_BUILD_BENCH "Build the benchmarks" ON "HELION_TOP_LEVEL" OFF)
 option(HELION_BUILD_FUZZ "Build the libFuzzer targets (clang with a sanitizer only)" OFF)
 option(HELION_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
+option(HELION_POSIX_FALLBACKS "Use the module's portable POSIX branches instead of Linux-only calls" OFF)
 set(HELION_SANITIZERS "" CACHE STRING "Sanitizers to build with, e.g. address,undefined")
 
 set(HELION_RESOURCES_DIR "/Library/corvid/SDP/Helion.app/Contents/Resources"

@@ -4,6 +4,10 @@ add_library(HelionPromote::settings ALIAS helion_settings)
 target_compile_options(helion_settings INTERFACE
     -Wall -Wextra -Wpedantic -Wno-unused-parameter
     $<$<BOOL:${HELION_WARNINGS_AS_ERRORS}>:-Werror>)
+# The module's portable branches on Linux too, so that they are built and tested here.
+if(HELION_POSIX_FALLBACKS)
+    target_compile_definitions(helion_settings INTERFACE HELION_POSIX_FALLBACKS)
+endif()
 target_include_directories(helion_settings INTERFACE
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
 
@@ -33,4 +37,27 @@ function(helion_library name)
     endif()
     add_library(${name} ${kind} ${ARG_SOURCES})
     target_link_libraries(${name} PUBLIC helion_settings ${ARG_DEPS} PRIVATE ${ARG_PRIVATE_DEPS})
+endfunction()
+
+# helion_module_linkage(<target>): how the platform's linker makes a module that a host loads with
+# dlopen(): only CreateInstance and FreeInstance exported, every symbol resolved at link time, the
+# logging library found one directory up once installed. Each platform's flags live here only.
+# The Apple branch has never been built (see docs/PORTING.md).
+function(helion_module_linkage target)
+    if(APPLE)
+        set(exports "${PROJECT_SOURCE_DIR}/SdpPromote/module.exports")
+        target_link_options(${target} PRIVATE "LINKER:-exported_symbols_list,${exports}")
+        set(refuse_undefined "LINKER:-undefined,error")
+        set_target_properties(${target} PROPERTIES SUFFIX ".dylib" INSTALL_RPATH "@loader_path/..")
+    else()
+        set(exports "${PROJECT_SOURCE_DIR}/SdpPromote/module.map")
+        target_link_options(${target} PRIVATE "LINKER:--version-script=${exports}")
+        set(refuse_undefined "LINKER:--no-undefined")
+        set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/..")
+    endif()
+    # Clang leaves the sanitizer runtime to the program that loads the module.
+    if(NOT (HELION_SANITIZERS AND CMAKE_CXX_COMPILER_ID MATCHES "Clang"))
+        target_link_options(${target} PRIVATE "${refuse_undefined}")
+    endif()
+    set_target_properties(${target} PROPERTIES LINK_DEPENDS "${exports}")
 endfunction()

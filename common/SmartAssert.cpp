@@ -1,6 +1,5 @@
 #include "common/SmartAssert.h"
 
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -13,6 +12,8 @@
 #include <mutex>
 #include <set>
 #include <stdexcept>
+
+#include "common/platform/ThreadId.h"
 
 namespace utl {
 
@@ -213,7 +214,7 @@ Assert::Assert(const char* expression) : expression_(expression != nullptr ? exp
     ctx_.expression = expression_.empty() ? kNoExpression : expression_;
     ctx_.time = get_current_time();
     ctx_.pid = std::to_string(::getpid());
-    ctx_.tid = std::to_string(static_cast<long>(::syscall(SYS_gettid)));
+    ctx_.tid = std::to_string(corvid::platform::currentThreadId());
 }
 
 Assert::~Assert() noexcept(false) {

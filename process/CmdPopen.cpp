@@ -12,6 +12,7 @@
 #include "common/FileDescriptor.h"
 #include "common/Log.h"
 #include "process/ShellSpawn.h"
+#include "process/platform/ClosedOnExecPipe.h"
 
 namespace corvid::process::macos::details {
 namespace {
@@ -29,11 +30,20 @@ using Stream = std::unique_ptr<FILE, StreamCloser>;
 // Returns 0 or the error number.
 int openCommand(const std::string& command, Stream& stream, pid_t& pid) {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        return errno;
+    if (const int error = openClosedOnExecPipe(ends); error != 0) {
+        return error;
     }
     FileDescriptor readEnd(ends[0]);
     FileDescriptor writeEnd(ends[1]);
+    // A host without standard streams gets them back from pipe(): a write end of 1 would be
+    // left in place for the child and then closed on exec. Above 2 it is always dup2()ed.
+    if (writeEnd.get() <= STDERR_FILENO) {
+        const int moved = fcntl(writeEnd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+        if (moved < 0) {
+            return errno;
+        }
+        writeEnd.reset(moved);
+    }
     if (const int error = spawnShell(command, writeEnd.get(), pid); error != 0) {
         return error;
     }

@@ -7,7 +7,9 @@
 
 #include <cerrno>
 
-extern char** environ;
+#include "process/platform/ChildDescriptors.h"
+#include "process/platform/ProcessEnvironment.h"
+#include "process/platform/SpawnExclusion.h"
 
 namespace corvid::process::macos::details {
 namespace {
@@ -45,7 +47,7 @@ int prepare(SpawnActions& actions, int stdoutFd) {
         error = posix_spawn_file_actions_adddup2(actions.get(), stdoutFd, STDOUT_FILENO);
     }
     if (error == 0) {
-        error = posix_spawn_file_actions_addclosefrom_np(actions.get(), STDERR_FILENO + 1);
+        error = closeAllButStandardStreams(actions.get());
     }
     return error;
 }
@@ -75,6 +77,7 @@ int prepare(SpawnAttributes& attributes) {
 }  // namespace
 
 int spawnShell(const std::string& cmd, int stdoutFd, pid_t& pid) {
+    const SpawnExclusion exclusion;
     SpawnActions actions;
     SpawnAttributes attributes;
     if (const int error = prepare(actions, stdoutFd); error != 0) {
@@ -87,7 +90,7 @@ int spawnShell(const std::string& cmd, int stdoutFd, pid_t& pid) {
     char option[] = "-c";
     std::string command = cmd;
     char* argv[] = {shell, option, command.data(), nullptr};
-    return posix_spawn(&pid, shell, actions.get(), attributes.get(), argv, environ);
+    return posix_spawn(&pid, shell, actions.get(), attributes.get(), argv, processEnvironment());
 }
 
 int waitForChild(pid_t pid) {

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <boost/filesystem.hpp>
+#include <cstdio>
 #include <iostream>
 
 #include "tools/lib/CommandLine.h"
@@ -26,22 +27,63 @@ void refuseOverwrite(const std::string& path, bool force) {
     }
 }
 
+namespace fs = boost::filesystem;
+
+// Where writing to path lands: links at the end followed (even to a file not there yet), the
+// directories resolved as far as they exist.
+fs::path writtenFile(fs::path path) {
+    constexpr int kMaxHops = 40;
+    boost::system::error_code error;
+    for (int hop = 0; hop < kMaxHops && fs::is_symlink(path, error); ++hop) {
+        const fs::path target = fs::read_symlink(path, error);
+        path = target.is_absolute() ? target : fs::absolute(path).parent_path() / target;
+    }
+    return fs::weakly_canonical(fs::absolute(path), error);
+}
+
+// Both keys in one file would leave only the public one: the private key would be lost.
+void refuseSameFile(const std::string& privatePath, const std::string& publicPath) {
+    boost::system::error_code error;
+    if (writtenFile(privatePath) == writtenFile(publicPath) ||
+        fs::equivalent(privatePath, publicPath, error)) {
+        throw ToolError("the private key '" + privatePath + "' and the public key '" + publicPath +
+                        "' would be one file; give two different files");
+    }
+}
+
+// A private key others can read may already be in their hands.
+void warnIfReadableByOthers(const std::string& keyPath) {
+    struct stat info {};
+    if (::stat(keyPath.c_str(), &info) == 0 && (info.st_mode & (S_IRGRP | S_IROTH)) != 0) {
+        char mode[8];
+        std::snprintf(mode, sizeof(mode), "%04o", static_cast<unsigned>(info.st_mode & 07777));
+        std::cerr << "helion-portal: warning: the private key '" << keyPath << "' has mode " << mode
+                  << ": group or other users may read it; chmod 600 it" << std::endl;
+    }
+}
+
 void keygen(const std::string& outDir, std::string privatePath, std::string publicPath,
             bool force) {
     if (!outDir.empty()) {
         boost::system::error_code error;
-        boost::filesystem::create_directories(outDir, error);
+        fs::create_directories(outDir, error);
         if (error) {
             throw ToolError("cannot create '" + outDir + "': " + error.message());
         }
         privatePath = (boost::filesystem::path(outDir) / "portal-private.pem").string();
         publicPath = (boost::filesystem::path(outDir) / "portal-public.pem").string();
     }
+    refuseSameFile(privatePath, publicPath);
     refuseOverwrite(privatePath, force);
     refuseOverwrite(publicPath, force);
     const PkeyPtr key = generatePortalKey();
-    writeFileAtomically(privatePath, privateKeyPem(key.get()), 0600);
-    writeFileAtomically(publicPath, publicKeyPem(key.get()), 0644);
+    // Both written before either is put in place: a failure leaves neither.
+    StagedFile privateFile(privatePath, privateKeyPem(key.get()), 0600);
+    StagedFile publicFile(publicPath, publicKeyPem(key.get()), 0644);
+    privateFile.commit();
+    RemoveOnFailure keyWithoutPair(privatePath);
+    publicFile.commit();
+    keyWithoutPair.release();
     std::cout << "private key: " << privatePath << " (keep it with whoever signs packages)\n"
               << "public key:  " << publicPath
               << " (build the module with -DHELION_PORTAL_PUBLIC_KEY=" << publicPath << ")"
@@ -59,6 +101,7 @@ void sign(const std::string& keyPath, const std::string& package, std::string ou
         out = package + ".sig";
     }
     const PkeyPtr key = loadPrivateKey(keyPath);
+    warnIfReadableByOthers(keyPath);
     writeFileAtomically(out, signPackageFile(package, key.get()));
     std::cout << "signed " << package << " -> " << out << std::endl;
 }

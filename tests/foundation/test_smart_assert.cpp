@@ -7,6 +7,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "common/SmartAssert.h"
@@ -58,6 +59,11 @@ TEST_F(SmartAssert, HandlersByLevelLoggerFirstAndIgnoring) {
                                               "logger", "again shown"}));
     EXPECT_EQ(last.pid, std::to_string(::getpid()));
     EXPECT_FALSE(last.time.empty());
+    // The thread id: a number, another one on another thread.
+    const std::string tid = last.tid;
+    EXPECT_TRUE(!tid.empty() && tid.find_first_not_of("0123456789") == std::string::npos) << tid;
+    std::thread([] { SMART_ASSERT(1 == 2).level(555, "elsewhere"); }).join();
+    EXPECT_NE(last.tid, tid);
 }
 
 TEST_F(SmartAssert, DefaultHandlersWriteOrThrow) {

@@ -54,7 +54,11 @@ class HelionPortal(HostTestCase):
 
         package = os.path.join(self.tmp, "p.zip")
         self.assertEqual(portal("pack", SAMPLE_PORTAL, "-o", package).returncode, OK)
-        self.assertEqual(portal("sign", "--key", private, package).returncode, OK)
+        for mode, warned in ((0o600, False), (0o640, True), (0o604, True)):
+            os.chmod(private, mode)
+            result = portal("sign", "--key", private, package)
+            self.assertEqual((result.returncode, "'%s' has mode 0%o: group or other users may "
+                              "read it" % (private, mode) in result.stderr), (OK, warned))
         result = portal("verify", "--pub", public, package, package + ".sig")
         self.assertEqual((result.returncode, result.stdout), (OK, "yes\n"))
 
@@ -65,6 +69,17 @@ class HelionPortal(HostTestCase):
         self.assertNotEqual(portal("fingerprint", "--pub", public).stdout, first)
         for args in ((), ("--private", "x.pem")):  # keygen needs a destination
             self.assertEqual(portal("keygen", *args).returncode, USAGE)
+        # One file named twice would keep only the public key; a failed keygen leaves nothing.
+        os.symlink("k.pem", os.path.join(self.tmp, "link.pem"))
+        before = sorted(os.listdir(self.tmp))
+        for private, public, says in (("k.pem", "k.pem", "would be one file"),
+                                      ("k.pem", "link.pem", "would be one file"),
+                                      (self.tmp + "/k.pem", "./k.pem", "would be one file"),
+                                      ("k.pem", "absent/k.pem", "cannot write 'absent/k.pem'")):
+            with self.subTest(private=private, public=public):
+                result = portal("keygen", "--private", private, "--public", public, cwd=self.tmp)
+                self.assertEqual((result.returncode, says in result.stderr), (NO, True))
+                self.assertEqual(sorted(os.listdir(self.tmp)), before)
 
     def test_same_tree_same_bytes_and_refused_trees(self):
         root = write_tree(os.path.join(self.tmp, "tree"),

@@ -1,6 +1,7 @@
 """helion-promote against a running helion-host: every RPC method, its output and exit status."""
 import json
 import os
+import pwd
 import unittest
 
 from hostfixture import (DEV_PRIVATE_KEY, PORTAL_ROOT, PROMOTE, SAMPLE_PORTAL, SharedHostTestCase,
@@ -96,17 +97,33 @@ class PortalMethods(SharedHostTestCase):
             self.assertAnswer(self.call(command), OK, '{"result":true}')
 
     def test_usage_errors_and_unreachable_hosts_call_nothing(self):
-        unreachable = ("unix:" + os.path.join(self.work, "absent.sock"), "tcp:127.0.0.1:1")
-        cases = [(args, USAGE) for args in (
+        unreachable = [("unix:" + os.path.join(self.work, "absent.sock"), "cannot reach the host"),
+                       ("tcp:127.0.0.1:1", "cannot reach the host")]
+        # Directories another user could have planted, each leading to a live host.
+        nobody = pwd.getpwnam("nobody").pw_uid
+        for name, mode, owner, says in (("theirs", 0o755, nobody, "belongs to another user"),
+                                        ("open", 0o777, 0, "all users may write to it"),
+                                        ("sticky", 0o1777, 0, "all users may write to it"),
+                                        ("shared", 0o775, 0, "its group may write to it"),
+                                        ("via", 0o700, 0, "'%s/theirs' (owner nobody (uid %d))"
+                                         % (self.work, nobody))):
+            where = os.path.join(self.work, name)
+            os.mkdir(where)
+            os.symlink(self.host.socket if name != "via" else self.work + "/theirs/s", where + "/s")
+            os.chown(where, owner, -1)
+            os.chmod(where, mode)
+            unreachable.append(("unix:%s/s" % where, says))
+        cases = [(args, USAGE, None) for args in (
             [], ["update-portal", "--zip", "a.zip", "--dir", "x"], ["process", "abc"],
             ["call", "getProcessData", "{}"], ["--connect", "carrier-pigeon:x", "ping"])]
-        for args, status in cases + [(["--connect", e, "ping"], UNREACHABLE) for e in unreachable]:
+        for args, status, says in cases + [(["--connect", e, "ping"], UNREACHABLE, says)
+                                           for e, says in unreachable]:
             with self.subTest(args=args):
                 result = run(PROMOTE, *args)
                 self.assertEqual((result.returncode, result.stdout), (status, ""), result.stderr)
                 if status == UNREACHABLE:  # one line, no trace
                     self.assertEqual(len(result.stderr.strip().splitlines()), 1, result.stderr)
-                    self.assertIn("cannot reach the host", result.stderr)
+                    self.assertIn(says, result.stderr)
 
     def test_default_endpoint_follows_the_runtime_directory(self):
         runtime = os.path.join(self.work, "runtime")

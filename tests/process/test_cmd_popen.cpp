@@ -1,6 +1,7 @@
 // The shell command runner: output collection, exit status rules and their log lines.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -55,7 +56,7 @@ TEST(CmdPopen, OutputIsAppendedAndTheStatusJudged) {
     }
 }
 
-TEST(CmdPopenDeathTest, UnopenablePipeSucceedsAndLostChildStatusFails) {
+TEST(CmdPopenDeathTest, HostStatesThatBreakThePipe) {
     // Each breaks process-wide state, so it runs in a forked child reporting by exit code.
     const struct {
         void (*breakIt)();
@@ -71,6 +72,12 @@ TEST(CmdPopenDeathTest, UnopenablePipeSucceedsAndLostChildStatusFails) {
         // Children reaped by the kernel leave pclose nothing to wait for.
         {[] { std::signal(SIGCHLD, SIG_IGN); }, "echo gone", "gone\n",
          "]: pclose(fp) fail, cmd:echo gone，; Reason: pclose exec failed", false},
+        // Without standard streams the pipe takes their numbers; the child still writes to it.
+        {[] {
+             close(STDIN_FILENO);
+             close(STDOUT_FILENO);
+         },
+         "echo seen", "seen\n", "]: ExecuteCmd cmd : echo seen", true},
     };
     for (const auto& c : cases) {
         EXPECT_EXIT(

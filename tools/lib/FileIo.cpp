@@ -78,16 +78,16 @@ std::string readWholeFile(const std::string& path, std::size_t maxBytes) {
     return data;
 }
 
-void writeFileAtomically(const std::string& path, const std::string& data, mode_t mode) {
-    std::string pattern = path + ".tmp-XXXXXX";
+StagedFile::StagedFile(std::string path, const std::string& data, mode_t mode)
+    : path_(std::move(path)) {
+    std::string pattern = path_ + ".tmp-XXXXXX";
     std::vector<char> name(pattern.begin(), pattern.end());
     name.push_back('\0');
     const int fd = ::mkstemp(name.data());
     if (fd < 0) {
-        throw ToolError("cannot write '" + path + "': " + std::strerror(errno));
+        throw ToolError("cannot write '" + path_ + "': " + std::strerror(errno));
     }
-    const std::string temp(name.data());
-    RemoveOnFailure cleanup(temp);
+    temp_ = name.data();
     const char* cursor = data.data();
     std::size_t left = data.size();
     while (left > 0) {
@@ -98,18 +98,37 @@ void writeFileAtomically(const std::string& path, const std::string& data, mode_
             }
             const int error = errno;
             ::close(fd);
-            throw ToolError("cannot write '" + path + "': " + std::strerror(error));
+            fail(error);
         }
         cursor += written;
         left -= static_cast<std::size_t>(written);
     }
     if (::fchmod(fd, mode) != 0 || ::fsync(fd) != 0 || ::close(fd) != 0) {
-        throw ToolError("cannot write '" + path + "': " + std::strerror(errno));
+        fail(errno);
     }
-    if (::rename(temp.c_str(), path.c_str()) != 0) {
-        throw ToolError("cannot write '" + path + "': " + std::strerror(errno));
+}
+
+StagedFile::~StagedFile() {
+    if (!temp_.empty()) {
+        ::unlink(temp_.c_str());
     }
-    cleanup.release();
+}
+
+void StagedFile::fail(int error) {
+    ::unlink(temp_.c_str());
+    temp_.clear();
+    throw ToolError("cannot write '" + path_ + "': " + std::strerror(error));
+}
+
+void StagedFile::commit() {
+    if (::rename(temp_.c_str(), path_.c_str()) != 0) {
+        fail(errno);
+    }
+    temp_.clear();
+}
+
+void writeFileAtomically(const std::string& path, const std::string& data, mode_t mode) {
+    StagedFile(path, data, mode).commit();
 }
 
 RemoveOnFailure::~RemoveOnFailure() {

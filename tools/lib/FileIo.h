@@ -39,8 +39,24 @@ inline constexpr std::size_t kChunkBytes = 1 << 20;
 /// The file's bytes; refuses more than maxBytes. Throws ToolError naming the path and the reason.
 std::string readWholeFile(const std::string& path, std::size_t maxBytes = SIZE_MAX - 1);
 
-/// Writes data to a temporary file beside path with the given mode, then renames it over path,
-/// so a reader never sees half a file. Throws ToolError; leaves no temporary file behind.
+/// Data written and synced to a temporary file beside path with the given mode; commit() renames
+/// it over path, so a reader never sees half a file. Uncommitted, the temporary file is removed.
+/// Throws ToolError naming path and the reason.
+class StagedFile {
+public:
+    StagedFile(std::string path, const std::string& data, mode_t mode);
+    ~StagedFile();
+    StagedFile(const StagedFile&) = delete;
+    StagedFile& operator=(const StagedFile&) = delete;
+    void commit();
+
+private:
+    [[noreturn]] void fail(int error);
+    std::string path_;
+    std::string temp_;
+};
+
+/// A StagedFile committed at once.
 void writeFileAtomically(const std::string& path, const std::string& data, mode_t mode = 0644);
 
 /// Removes the file when the object dies unless released: for outputs still being written.

@@ -6,11 +6,21 @@
 #include <thrift/transport/TSocket.h>
 #include <thrift/transport/TTransportException.h>
 
+#include "tools/lib/FileIo.h"
+#include "tools/lib/TrustedSocket.h"
+
 namespace helion::tools {
 
 using namespace apache::thrift;
 
 ServiceConnection::ServiceConnection(const host::Endpoint& endpoint, int timeoutMs) {
+    if (endpoint.kind == host::Endpoint::Kind::Unix) {
+        try {
+            requireTrustedSocketDirectory(endpoint.path);
+        } catch (const ToolError& error) {
+            throw UnreachableError("not connecting to " + endpoint.str() + ": " + error.what());
+        }
+    }
     auto socket = endpoint.kind == host::Endpoint::Kind::Unix
                       ? std::make_shared<transport::TSocket>(endpoint.path)
                       : std::make_shared<transport::TSocket>(endpoint.address, endpoint.port);

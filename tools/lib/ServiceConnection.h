@@ -22,7 +22,8 @@ public:
 
 class ServiceConnection {
 public:
-    /// Connects; throws UnreachableError with the endpoint and the reason.
+    /// Connects, through a socket directory only another user could not have planted (see
+    /// TrustedSocket.h); throws UnreachableError with the endpoint and the reason.
     ServiceConnection(const host::Endpoint& endpoint, int timeoutMs);
     ~ServiceConnection();
 
