@@ -39,6 +39,20 @@ function(helion_library name)
     target_link_libraries(${name} PUBLIC helion_settings ${ARG_DEPS} PRIVATE ${ARG_PRIVATE_DEPS})
 endfunction()
 
+# helion_module(<target> <constants-target> [OUTPUT_NAME name]): the loadable module over one
+# set of constants. The request-model registration is linked as objects so it cannot be dropped.
+function(helion_module target constants)
+    cmake_parse_arguments(ARG "" "OUTPUT_NAME" "" ${ARGN})
+    add_library(${target} MODULE
+        "${PROJECT_SOURCE_DIR}/SdpPromote/Exports.cpp"
+        $<TARGET_OBJECTS:${constants}>)
+    target_link_libraries(${target} PRIVATE helion_sdp_promote helion_model)
+    helion_module_linkage(${target})
+    if(ARG_OUTPUT_NAME)
+        set_target_properties(${target} PROPERTIES OUTPUT_NAME ${ARG_OUTPUT_NAME})
+    endif()
+endfunction()
+
 # helion_module_linkage(<target>): how the platform's linker makes a module that a host loads with
 # dlopen(): only CreateInstance and FreeInstance exported, every symbol resolved at link time, the
 # logging library found one directory up once installed. Each platform's flags live here only.
