@@ -2,9 +2,11 @@
 // has passed the signature check before it gets here, and updatePortal extracts the very bytes
 // that were checked.
 #include <minizip/unzip.h>
+#include <unistd.h>
 
 #include <boost/filesystem.hpp>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,10 +21,12 @@ namespace {
 
 // Every line is logged under the operation's name, whichever way the archive was opened.
 constexpr const char* kFunction = "unZipToFile";
-constexpr std::size_t kCopyBufferSize = 1024;
-// Output files are written through a stdio buffer of this size: with the default one, every
-// few 1024-byte chunks cost a write call.
-constexpr std::size_t kOutputBufferSize = 64 * 1024;
+// What a damaged entry leaves on disk is what reading it this many bytes at a time leaves.
+constexpr unsigned kChunkSize = 1024;
+// Entries are read this many bytes at a time and written straight from the read buffer (the
+// output files have no stdio buffer): zlib inflates on its fast path, most portal files take one
+// read and one write call, and nothing is copied between inflating and writing.
+constexpr unsigned kReadSize = 256 * 1024;
 
 bool isDirectoryEntry(const std::string& name) {
     return !name.empty() && (name.back() == '/' || name.back() == '\\');
@@ -42,6 +46,31 @@ bool currentEntryName(unzFile zip, std::string& name) {
     }
     name = buffer.data();
     return true;
+}
+
+// Inflates the open entry into out, size bytes a time through buffer. False when a read fails:
+// what came before it is written, the failing read's bytes are not.
+bool copyEntry(unzFile zip, FILE* out, char* buffer, unsigned size) {
+    int read = 0;
+    while ((read = unzReadCurrentFile(zip, buffer, size)) > 0) {
+        std::fwrite(buffer, 1, static_cast<std::size_t>(read), out);
+    }
+    return read == 0;
+}
+
+// Extracts the current entry again from its start, kChunkSize bytes a time. A failing read keeps
+// none of what it inflated, and where zlib notices damage depends on where its output buffer
+// ends (at a kilobyte boundary some errors show in the read that fills it, others in the next),
+// so no position read from minizip after a large read tells where the 1 KiB loop stops.
+void reextractInChunks(unzFile zip, FILE* out, char* buffer) {
+    unzCloseCurrentFile(zip);
+    std::fflush(out);
+    if (::ftruncate(::fileno(out), 0) != 0 || std::fseek(out, 0, SEEK_SET) != 0) {
+        return;
+    }
+    if (unzOpenCurrentFile(zip) == UNZ_OK) {
+        copyEntry(zip, out, buffer, kChunkSize);
+    }
 }
 
 // Walks every entry of an opened archive (zip may be null: it could not be opened).
@@ -69,9 +98,8 @@ bool extractArchive(const std::string& zipPath, unzFile zip, const std::string& 
     }
 
     std::string name;
-    char buffer[kCopyBufferSize];
-    // Declared before any file that uses it, so it outlives every fclose below.
-    std::vector<char> outputBuffer(kOutputBufferSize);
+    // Not zeroed: only bytes minizip inflated into it are ever written.
+    const std::unique_ptr<char[]> buffer(new char[kReadSize]);
     do {
         if (!currentEntryName(zip, name)) {
             HP_LOG_AT(spdlog::level::warn, kFunction, __LINE__,
@@ -103,7 +131,7 @@ bool extractArchive(const std::string& zipPath, unzFile zip, const std::string& 
             continue;
         }
         ScopeGuard closeOut([out] { std::fclose(out); });
-        std::setvbuf(out, outputBuffer.data(), _IOFBF, outputBuffer.size());
+        std::setvbuf(out, nullptr, _IONBF, 0);
 
         if (unzOpenCurrentFile(zip) != UNZ_OK) {
             // The empty output file stays behind.
@@ -111,10 +139,10 @@ bool extractArchive(const std::string& zipPath, unzFile zip, const std::string& 
                       "Failed to open current file in zip file:{}{}", zipPath, "");
             continue;
         }
-        // A read error ends the entry like its end does; the CRC check on close is not consulted.
-        int read = 0;
-        while ((read = unzReadCurrentFile(zip, buffer, sizeof buffer)) > 0) {
-            std::fwrite(buffer, 1, static_cast<std::size_t>(read), out);
+        // A read error ends the entry like its end does, with what the 1 KiB loop would have
+        // written; the CRC check on close is not consulted.
+        if (!copyEntry(zip, out, buffer.get(), kReadSize)) {
+            reextractInChunks(zip, out, buffer.get());
         }
         unzCloseCurrentFile(zip);
     } while (unzGoToNextFile(zip) == UNZ_OK);

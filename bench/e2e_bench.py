@@ -7,9 +7,11 @@ Run after a build (scripts/bench.sh builds Release and runs this):
 
 1. Generates a portal tree (text assets that compress well beside images and fonts that do not,
    nested directories), packs it with helion-portal and signs it with the development key.
-2. Alternates, round by round, an update through helion-host and helion-promote with the
-   administrator's pipeline (openssl dgst -verify, then rm -rf and unzip into a fresh directory),
-   and reports median wall times, their ratio and the host's peak resident memory.
+2. At each size asked for (by default the base package and four times it), alternates round by
+   round, in a rotating order, an update through helion-host and helion-promote with the
+   pipelines an administrator would script instead: openssl dgst -verify, then rm -rf and one
+   of unzip, bsdtar and 7z. Reports median wall and CPU times, each ratio, every side's peak
+   resident memory (the host's over the package) and how the update's time grows with size.
 3. Measures IsRpcStatusNormal round trips per second through helion-host and through a bare
    Thrift server configured the same way with an empty handler, with 1 and 8 clients.
 
@@ -19,6 +21,7 @@ ended before the script exits.
 import argparse
 import datetime
 import json
+import math
 import os
 import random
 import re
@@ -28,6 +31,7 @@ import statistics
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 MIB = 1024 * 1024
@@ -36,9 +40,11 @@ START_TIMEOUT = 30
 PORTAL_DIR = "bench-portal"
 
 # Targets the figures are judged against.
-TARGET_UPDATE_RATIO = 1.0
+TARGET_UPDATE_RATIO = 0.85  # of the fastest peer
+TARGET_GROWTH_PER_DOUBLING = 0.10  # time per package byte, from one size to the next
 TARGET_RPC_RATIO = 0.9
-TARGET_RSS_SLACK_MIB = 32
+TARGET_RSS_SLACK_MIB = 16
+PEER_TOOLS = ("openssl", "unzip", "bsdtar", "7z")
 
 TEXT_KINDS = ("css", "js", "json", "html")
 BINARY_KINDS = ("png", "jpg", "woff2", "ttf")
@@ -99,9 +105,9 @@ def checked(args, **kwargs):
 
 def make_package(paths, work, mib, files, seed):
     """The package and its signature, reused while the parameters stay the same."""
-    package = os.path.join(work, "portal.zip")
+    package = os.path.join(work, "portal-%dm-%d.zip" % (mib, files))
     signature = package + ".sig"
-    marker = os.path.join(work, "package.json")
+    marker = package + ".json"
     wanted = {"mib": mib, "files": files, "seed": seed, "layout": 2}
     try:
         with open(marker) as found:
@@ -176,13 +182,28 @@ class Server:
 
 
 def timed(args):
-    start = time.perf_counter()
-    result = run(args)
-    elapsed = time.perf_counter() - start
-    if result.returncode != 0:
-        raise RuntimeError("%s failed (%d):\n%s%s" % (" ".join(args), result.returncode,
-                                                      result.stdout, result.stderr))
-    return elapsed, result
+    """Wall seconds, standard output and the child's own resource usage (its peak RSS and CPU
+    time, which subprocess.run does not give per child)."""
+    with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
+        start = time.perf_counter()
+        child = subprocess.Popen(args, stdout=out, stderr=err, stdin=subprocess.DEVNULL)
+        timer = threading.Timer(CALL_TIMEOUT, child.kill)
+        timer.start()
+        _, status, usage = os.wait4(child.pid, 0)
+        elapsed = time.perf_counter() - start
+        timer.cancel()
+        child.returncode = os.waitstatus_to_exitcode(status)
+        out.seek(0)
+        err.seek(0)
+        stdout, stderr = out.read().decode(errors="replace"), err.read().decode(errors="replace")
+    if child.returncode != 0:
+        raise RuntimeError("%s failed (%d):\n%s%s" % (" ".join(args), child.returncode, stdout,
+                                                      stderr))
+    return elapsed, stdout, usage
+
+
+def cpu_of(usage):
+    return usage.ru_utime + usage.ru_stime
 
 
 def tree_listing(root):
@@ -242,66 +263,90 @@ def median_phases(rounds):
     return {name: statistics.median(r[name] for r in rounds) for name in rounds[0]}
 
 
+def peer_pipelines(paths, package, signature, work):
+    """What an administrator scripts by hand instead: verify, then replace the directory with
+    one of the extractors at hand. The steps run one by one (as "a && b && c" would) so that
+    each is timed; each peer extracts into a directory of its own."""
+    verify = ["openssl", "dgst", "-sha256", "-verify", paths["public_key"], "-signature",
+              signature, package]
+    peers = {}
+    for name, extract in (
+            ("unzip", lambda d: [["unzip", "-qo", package, "-d", d]]),
+            ("bsdtar", lambda d: [["mkdir", d], ["bsdtar", "-xf", package, "-C", d]]),
+            ("7z", lambda d: [["7z", "x", "-y", "-bso0", "-bsp0", "-o" + d, package]])):
+        target = os.path.join(work, "peer-" + name)
+        peers[name] = {"dir": target, "steps": [("verify", [verify]),
+                                                ("remove", [["rm", "-rf", target]]),
+                                                ("extract", extract(target))]}
+    return peers
+
+
 def bench_update(paths, sockets, work, package, signature, rounds):
+    """Alternates the update with every peer pipeline, rotating the order each round, on a host
+    started for this package alone (its VmHWM is then this package's)."""
     socket = os.path.join(sockets, "host.sock")
     host = Server("helion-host",
                   [paths["host"], "--module", paths["module"], "--listen", "unix:" + socket,
                    "--workers", "8"],
                   r"serving RPC on", os.path.join(sockets, "host-update.log"))
     module_dir = os.path.join(paths["portal_root"], PORTAL_DIR)
-    admin_dir = os.path.join(work, "admin-portal")
     update = [paths["promote"], "--connect", "unix:" + socket, "update-portal", "--zip", package,
               "--sig", signature, "--dir", PORTAL_DIR]
-    # What an administrator scripts by hand: verify, then replace the directory. The steps run
-    # one by one (as "a && b && c" would) so that each is timed.
-    pipeline = [
-        ("verify", ["openssl", "dgst", "-sha256", "-verify", paths["public_key"], "-signature",
-                    signature, package]),
-        ("remove", ["rm", "-rf", admin_dir]),
-        ("extract", ["unzip", "-qo", package, "-d", admin_dir]),
-    ]
-    admin_phases = []
+    peers = peer_pipelines(paths, package, signature, work)
+    sides = {name: {"times": [], "cpu": [], "phases": [], "peak_kib": 0} for name in peers}
+    sides["module"] = {"times": [], "cpu": [], "peak_kib": 0}
     try:
         host.start()
         rss_start = host.status("VmHWM")
 
-        def module_round():
-            elapsed, result = timed(update)
-            if json.loads(result.stdout).get("code") != 0:
-                raise RuntimeError("updatePortal answered " + result.stdout)
-            return elapsed
+        def module_round(record):
+            cpu_before = host.cpu_seconds()
+            elapsed, result, usage = timed(update)
+            if json.loads(result).get("code") != 0:
+                raise RuntimeError("updatePortal answered " + result)
+            if record:
+                side = sides["module"]
+                side["times"].append(elapsed)
+                side["cpu"].append(host.cpu_seconds() - cpu_before + cpu_of(usage))
 
-        def admin_round():
-            phases = {name: timed(args)[0] for name, args in pipeline}
-            admin_phases.append(phases)
-            return sum(phases.values())
+        def peer_round(name, record):
+            phases, cpu, peak = {}, 0.0, 0
+            for phase, commands in peers[name]["steps"]:
+                phases[phase] = 0.0
+                for args in commands:
+                    elapsed, _, usage = timed(args)
+                    phases[phase] += elapsed
+                    cpu += cpu_of(usage)
+                    peak = max(peak, usage.ru_maxrss)
+            if record:
+                side = sides[name]
+                side["times"].append(sum(phases.values()))
+                side["cpu"].append(cpu)
+                side["phases"].append(phases)
+                side["peak_kib"] = max(side["peak_kib"], peak)
 
+        steps = [lambda record: module_round(record)] + [
+            (lambda record, name=name: peer_round(name, record)) for name in peers]
         # One unmeasured round each: page cache and first-touch costs land here.
-        module_round()
-        admin_round()
-        module_times, admin_times = [], []
+        for step in steps:
+            step(False)
         for i in range(rounds):
-            order = (module_round, admin_round) if i % 2 == 0 else (admin_round, module_round)
-            for step in order:
-                (module_times if step is module_round else admin_times).append(step())
-        rss_peak = host.status("VmHWM")
-        module_phases = phases_from_log(host.log())[1:]
-        same = tree_listing(module_dir) == tree_listing(admin_dir)
+            for step in steps[i % len(steps):] + steps[:i % len(steps)]:
+                step(True)
+        sides["module"]["peak_kib"] = host.status("VmHWM")
+        sides["module"]["phases"] = phases_from_log(host.log())[1:]
+        listing = tree_listing(module_dir)
+        same = {name: tree_listing(peer["dir"]) == listing for name, peer in peers.items()}
     finally:
         host.stop()
-        shutil.rmtree(admin_dir, ignore_errors=True)
+        for peer in peers.values():
+            shutil.rmtree(peer["dir"], ignore_errors=True)
         shutil.rmtree(module_dir, ignore_errors=True)
-    return {
-        "module_times": module_times,
-        "admin_times": admin_times,
-        "module_phases": median_phases(module_phases),
-        "admin_phases": median_phases(admin_phases[1:]),
-        "module_median": statistics.median(module_times),
-        "admin_median": statistics.median(admin_times),
-        "host_hwm_start_kib": rss_start,
-        "host_hwm_kib": rss_peak,
-        "same_tree": same,
-    }
+    for side in sides.values():
+        side["median"] = statistics.median(side["times"])
+        side["cpu_median"] = statistics.median(side["cpu"])
+        side["phase_medians"] = median_phases(side["phases"])
+    return {"sides": sides, "host_hwm_start_kib": rss_start, "same_tree": same}
 
 
 def load(paths, server, socket, clients, seconds):
@@ -357,14 +402,62 @@ def verdict(ok):
     return "met" if ok else "MISSED"
 
 
+def report_updates(updates, rounds, tmpfs):
+    log("update, median of %d%s; CPU is user + system of every process involved:" % (
+        rounds, ", on tmpfs" if tmpfs else ""))
+    for u in updates:
+        sides = u["sides"]
+        module = sides["module"]
+        peers = [name for name in sides if name != "module"]
+        fastest = min(peers, key=lambda name: sides[name]["median"])
+        package_mib = u["package_bytes"] / MIB
+        log("  %.1f MiB package, %d files:" % (package_mib, u["files"]))
+        log("    %-8s %8s %8s %8s %8s  %9s  %s" % ("side", "wall s", "CPU s", "ratio", "CPU rat.",
+                                                   "peak MiB", "rounds"))
+        for name in ["module"] + peers:
+            side = sides[name]
+            side["ratio"] = module["median"] / side["median"]
+            log("    %-8s %8.3f %8.3f %8.2f %8.2f  %9.1f  %s" % (
+                name, side["median"], side["cpu_median"], side["ratio"],
+                module["cpu_median"] / side["cpu_median"], side["peak_kib"] / 1024,
+                " ".join("%.3f" % t for t in side["times"])))
+        for phase in ("verify", "remove", "extract"):
+            log("    %-8s " % phase + "  ".join(
+                "%s %.3f" % (name, sides[name]["phase_medians"].get(phase, float("nan")))
+                for name in ["module"] + peers))
+        u["fastest_peer"] = fastest
+        log("    module / fastest peer (%s) %.2f (target <= %.2f: %s)" % (
+            fastest, sides[fastest]["ratio"], TARGET_UPDATE_RATIO,
+            verdict(sides[fastest]["ratio"] <= TARGET_UPDATE_RATIO)))
+        over = module["peak_kib"] / 1024 - package_mib
+        log("    host peak RSS (VmHWM) %.1f MiB: package + %.1f MiB, %.1f MiB before the "
+            "updates (target <= package + %d: %s)" % (
+                module["peak_kib"] / 1024, over, u["host_hwm_start_kib"] / 1024,
+                TARGET_RSS_SLACK_MIB, verdict(over <= TARGET_RSS_SLACK_MIB)))
+        log("    trees identical to the module's: %s" % ", ".join(
+            "%s %s" % (name, "yes" if same else "NO") for name, same in u["same_tree"].items()))
+    for small, large in zip(updates, updates[1:]):
+        doublings = math.log2(large["package_bytes"] / small["package_bytes"])
+        per_byte = ((large["sides"]["module"]["median"] / large["package_bytes"]) /
+                    (small["sides"]["module"]["median"] / small["package_bytes"]))
+        growth = per_byte ** (1 / doublings) - 1
+        log("  module time per byte, %.1f to %.1f MiB: %+.1f%% per doubling (target <= %+.0f%%: "
+            "%s)" % (small["package_bytes"] / MIB, large["package_bytes"] / MIB, growth * 100,
+                     TARGET_GROWTH_PER_DOUBLING * 100,
+                     verdict(growth <= TARGET_GROWTH_PER_DOUBLING)))
+
+
 def main():
     here = os.path.dirname(os.path.abspath(__file__))
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("--build-dir", default=os.path.join(here, "..", "build", "bench"))
     parser.add_argument("--work-dir", help="scratch directory (default: BUILD/bench-work)")
     parser.add_argument("--rounds", type=int, default=5, help="update rounds of each kind")
-    parser.add_argument("--mib", type=int, default=64, help="package size before compression")
-    parser.add_argument("--files", type=int, default=4000)
+    # 94 MiB of files make a package of about 53 MiB.
+    parser.add_argument("--mib", type=int, default=94, help="package size before compression")
+    parser.add_argument("--files", type=int, default=3135)
+    parser.add_argument("--scales", default="1,4",
+                        help="package sizes to run, as multiples of --mib and --files")
     parser.add_argument("--seed", type=int, default=2216)
     parser.add_argument("--rpc-seconds", type=float, default=2.0)
     parser.add_argument("--rpc-rounds", type=int, default=5)
@@ -382,9 +475,11 @@ def main():
     build = os.path.abspath(options.build_dir)
     with open(os.path.join(build, "bench", "bench_paths.json")) as found:
         paths = json.load(found)
-    for tool in ("openssl", "unzip"):
+    scales = [int(scale) for scale in options.scales.split(",")]
+    for tool in PEER_TOOLS:
         if shutil.which(tool) is None:
-            parser.error(tool + " is needed for the comparison pipeline")
+            parser.error(tool + " is needed for the comparison pipelines (scripts/bench.sh "
+                         "installs them)")
     work = os.path.abspath(options.work_dir or os.path.join(build, "bench-work"))
     os.makedirs(work, exist_ok=True)
     # Sockets live in a private directory of their own: paths below the build tree can be long.
@@ -394,26 +489,28 @@ def main():
     log("nproc %d, %s" % (os.cpu_count(), figures["date"]))
     try:
         if not options.skip_update:
-            package, signature = make_package(paths, work, options.mib, options.files,
-                                              options.seed)
-            size = os.path.getsize(package)
-            log("package %s: %.1f MiB, %d files before packing" % (package, size / MIB,
-                                                                  options.files))
             target_dir = work
             if options.tmpfs:
                 target_dir = os.path.join(sockets, "targets")
                 link_portal_root(paths["portal_root"], os.path.join(target_dir, "app"))
             log("update targets below %s" % ("tmpfs " + target_dir if options.tmpfs
                                               else paths["portal_root"] + " and " + work))
+            figures["update"] = []
             try:
-                update = bench_update(paths, sockets, target_dir, package, signature,
-                                      options.rounds)
+                for scale in scales:
+                    package, signature = make_package(paths, work, options.mib * scale,
+                                                      options.files * scale, options.seed)
+                    size = os.path.getsize(package)
+                    log("package %s: %.1f MiB, %d files" % (package, size / MIB,
+                                                             options.files * scale))
+                    update = bench_update(paths, sockets, target_dir, package, signature,
+                                          options.rounds)
+                    update["package_bytes"] = size
+                    update["files"] = options.files * scale
+                    figures["update"].append(update)
             finally:
                 if os.path.islink(paths["portal_root"]):
                     os.unlink(paths["portal_root"])
-            update["tmpfs"] = options.tmpfs
-            update["package_bytes"] = size
-            figures["update"] = update
         if not options.skip_rpc:
             figures["rpc"] = bench_rpc(paths, sockets, options.rpc_seconds, options.rpc_rounds,
                                        options.workers)
@@ -422,27 +519,7 @@ def main():
 
     log("")
     if "update" in figures:
-        u = figures["update"]
-        ratio = u["module_median"] / u["admin_median"]
-        peak = u["host_hwm_kib"] / 1024
-        limit = u["package_bytes"] / MIB + TARGET_RSS_SLACK_MIB
-        log("update, median of %d%s:" % (options.rounds, ", on tmpfs" if u["tmpfs"] else ""))
-        log("  helion-host + helion-promote update-portal  %7.3f s  %s" % (
-            u["module_median"], " ".join("%.3f" % t for t in u["module_times"])))
-        log("  openssl dgst -verify && rm -rf && unzip     %7.3f s  %s" % (
-            u["admin_median"], " ".join("%.3f" % t for t in u["admin_times"])))
-        for name in ("verify", "remove", "extract"):
-            log("    %-8s module %7.3f s   pipeline %7.3f s" % (
-                name, u["module_phases"].get(name, float("nan")),
-                u["admin_phases"].get(name, float("nan"))))
-        log("  ratio module/pipeline %.2f (target <= %.1f: %s)" % (
-            ratio, TARGET_UPDATE_RATIO, verdict(ratio <= TARGET_UPDATE_RATIO)))
-        log("  host peak RSS (VmHWM) %.1f MiB, %.1f MiB before the updates "
-            "(target <= package + %d = %.1f MiB: %s)" % (
-                peak, u["host_hwm_start_kib"] / 1024, TARGET_RSS_SLACK_MIB, limit,
-                verdict(peak <= limit)))
-        log("  extracted trees identical: %s" % ("yes" if u["same_tree"] else "NO"))
-        u["ratio"] = ratio
+        report_updates(figures["update"], options.rounds, options.tmpfs)
     if "rpc" in figures:
         log("IsRpcStatusNormal round trips/s, median of %d x %.1f s:" % (options.rpc_rounds,
                                                                        options.rpc_seconds))

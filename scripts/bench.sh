@@ -24,6 +24,17 @@ while [ $# -gt 0 ]; do
     shift
 done
 
+if [ "$e2e" = 1 ]; then
+    # The tools the update is compared with: an administrator's unzip, bsdtar and 7z.
+    missing=()
+    for pair in openssl:openssl unzip:unzip bsdtar:libarchive-tools 7z:p7zip-full; do
+        command -v "${pair%%:*}" >/dev/null || missing+=("${pair#*:}")
+    done
+    if [ ${#missing[@]} -gt 0 ]; then
+        apt-get -o DPkg::Lock::Timeout=600 install -y "${missing[@]}"
+    fi
+fi
+
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DHELION_BUILD_BENCH=ON -DHELION_BUILD_TOOLS=ON
 cmake --build "$build" -j "$jobs" --target helion_bench_all
 

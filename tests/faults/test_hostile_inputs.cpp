@@ -11,6 +11,7 @@
 #include <boost/filesystem.hpp>
 #include <chrono>
 #include <future>
+#include <random>
 #include <thread>
 
 #include "SdpPromote/SdpPromoteServiceImpl.h"
@@ -173,6 +174,41 @@ TEST_F(PackageFaults, CorruptEntryDataIsWrittenAsItInflatesAndTheOtherEntriesAre
     EXPECT_LE(fs::file_size(root_ / "web/deflated.css"), 3000u);
     EXPECT_EQ(portalFile("web/last.css"), "last");
     expectGoodUpdateStillWorks();
+}
+
+TEST_F(PackageFaults, ABrokenStreamLeavesWhatReadingItAKilobyteAtATimeLeaves) {
+    // Bytes inflated before the break, the block that breaks the stream, and what the 1 KiB loop
+    // writes: a read that fails keeps none of its bytes, and at a kilobyte boundary a bad block
+    // type or code fails the read that fills it while a distance too far back fails the next.
+    // The last rows break inside and at the end of a 256 KiB read.
+    const std::string badType("\x06", 1), badCode("\x1A\x03", 2), tooFar("\x02\xDE\xFF\x0F", 4);
+    const struct {
+        std::size_t good;
+        std::string tail;
+        std::size_t written;
+    } cases[] = {{2048, badType, 1024},     {3000, badType, 2048},    {2048, tooFar, 2048},
+                 {3000, tooFar, 2048},      {2048, badCode, 1024},    {264192, badCode, 263168},
+                 {267144, badType, 266240}, {262144, badCode, 261120}};
+    std::minstd_rand random(20);
+    std::vector<std::string> inflated;
+    std::vector<helion::test::ZipEntry> entries;
+    for (const auto& c : cases) {
+        std::string data(c.good, '\0');
+        for (char& byte : data) {
+            byte = static_cast<char>('a' + random() % 8);
+        }
+        entries.push_back({"e" + std::to_string(entries.size()),
+                           helion::test::deflateOpenEnded(data) + c.tail + '\0', true, nullptr,
+                           c.good + 4096});
+        inflated.push_back(std::move(data));
+    }
+    const std::string zip = (scratch_.path() / "broken.zip").string();
+    helion::test::writeZip(zip, entries);
+    EXPECT_EQ(update(helion::test::signAsItStands(zip)).code, 0);
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        EXPECT_EQ(portalFile("web/" + entries[i].name), inflated[i].substr(0, cases[i].written))
+            << entries[i].name;
+    }
 }
 
 TEST_F(HostileInputs, LinksBackUpTheTreeAreNotFollowedAndOtherLinksAre) {

@@ -20,13 +20,28 @@ void writeZip(const std::string& path, const std::vector<ZipEntry>& entries) {
         const auto crc = crc32(0L, reinterpret_cast<const Bytef*>(entry.data.data()),
                                static_cast<uInt>(entry.data.size()));
         zipOpenNewFileInZip3_64(zip, entry.name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
-                                entry.deflate ? Z_DEFLATED : 0, Z_DEFAULT_COMPRESSION, 0,
-                                -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, entry.password, crc,
-                                0);
+                                entry.deflate ? Z_DEFLATED : 0, Z_DEFAULT_COMPRESSION,
+                                entry.rawSize != 0, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY,
+                                entry.password, crc, 0);
         zipWriteInFileInZip(zip, entry.data.data(), static_cast<unsigned>(entry.data.size()));
-        zipCloseFileInZip(zip);
+        entry.rawSize != 0 ? zipCloseFileInZipRaw64(zip, entry.rawSize, crc)
+                           : zipCloseFileInZip(zip);
     }
     zipClose(zip, nullptr);
+}
+
+std::string deflateOpenEnded(const std::string& data) {
+    z_stream stream{};
+    deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
+    std::string out(deflateBound(&stream, data.size()) + 16, '\0');
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
+    stream.avail_in = static_cast<uInt>(data.size());
+    stream.next_out = reinterpret_cast<Bytef*>(out.data());
+    stream.avail_out = static_cast<uInt>(out.size());
+    deflate(&stream, Z_SYNC_FLUSH);
+    out.resize(stream.total_out);
+    deflateEnd(&stream);
+    return out;
 }
 
 Pkey devPrivateKey() {

@@ -16,7 +16,12 @@ struct ZipEntry {
     bool deflate = true;
     /// Encrypts the entry when set.
     const char* password = nullptr;
+    /// When set, data is the entry's deflate stream as it stands, said to inflate to this size.
+    std::size_t rawSize = 0;
 };
+
+/// data deflated without a final block: whatever is appended is read as the stream's next block.
+std::string deflateOpenEnded(const std::string& data);
 
 /// Writes entries, in order, as a new archive at path.
 void writeZip(const std::string& path, const std::vector<ZipEntry>& entries);
