@@ -191,6 +191,7 @@ TEST_F(HostileInputs, LinksBackUpTheTreeAreNotFollowedAndOtherLinksAre) {
     fs::create_directory_symlink(".", src / "l1");
     fs::create_directory_symlink("..", src / "shared/up");
     fs::create_directory_symlink("shared", src / "again");
+    fs::create_directory_symlink(root_ / "web", src / "into");  // would grow as it is copied
     EXPECT_EQ(call(&Service::copyPortalDir, helion::test::copyRequest(src.string(), "web")).code,
               0);
     for (const char* copied : {"a.css", "shared/b.css", "again/b.css"}) {
@@ -200,6 +201,7 @@ TEST_F(HostileInputs, LinksBackUpTheTreeAreNotFollowedAndOtherLinksAre) {
     EXPECT_FALSE(fs::exists(root_ / "web/shared/up/a.css"));
     // l1, shared/up, and again/up (which leads back to src again).
     EXPECT_EQ(log_.matching("; Reason: a link back up the tree").size(), 3u);
+    EXPECT_TRUE(log_.contains("skip dir:" + (src / "into").string() + "; Reason: a link into"));
 }
 
 TEST_F(HostileInputs, RequestTextCannotForgeALogLine) {
