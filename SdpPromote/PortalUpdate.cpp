@@ -1,6 +1,7 @@
 // updatePortal: verify a signed package, then replace a portal directory with its contents.
 #include <boost/filesystem.hpp>
 
+#include "SdpPromote/InstalledModes.h"
 #include "SdpPromote/PortalOperation.h"
 #include "SdpPromote/PortalPath.h"
 #include "common/Log.h"
@@ -46,8 +47,7 @@ void SdpPromoteServiceImpl::updatePortal(std::string& _return, const std::string
     }
 
     HP_LOG(spdlog::level::info, "create dir:{}", target);
-    ec.clear();
-    fs::create_directories(target, ec);
+    portal::createInstalledDirectories(target, ec);
     if (ec) {
         // The caller gets the system's own text here, not the category's.
         return portal::answerCreateDirFailure(_return, "updatePortal", __LINE__, ec);

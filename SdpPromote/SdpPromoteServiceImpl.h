@@ -35,6 +35,8 @@ public:
     /// Largest package and signature files updatePortal reads, in bytes (build options).
     static constexpr std::size_t kMaxPackageBytes = HELION_MAX_PACKAGE_BYTES;
     static constexpr std::size_t kMaxSignatureBytes = HELION_MAX_SIGNATURE_BYTES;
+    /// Most bytes one copyPortalDir writes (build option).
+    static constexpr std::uint64_t kMaxCopyBytes = HELION_MAX_COPY_BYTES;
 
 private:
     // Tests reach the helpers below through this accessor.
@@ -59,13 +61,19 @@ private:
     // Reads only a regular file of at most limit bytes.
     bool readFileContent(const std::string& path, std::string& out, bool binary, std::size_t limit);
     void copyPortalFileRecursion(const std::string& src, const std::string& dst);
-    // A directory by device and inode, and those being copied on the current path of a walk.
+    // A directory by device and inode.
     using DirectoryId = std::pair<uint64_t, uint64_t>;
-    using DirectoriesOnPath = std::set<DirectoryId>;
-    // onPath: the directories the walk is inside of. A link back up the tree is not followed,
-    // so every walk ends. Returns how many files failed to copy.
+    // What one copy carries down its walk: the directories it is inside of (a link back up the
+    // tree is not followed, so every walk ends), the target's root (a link into it is not
+    // followed either) and the bytes it may still write.
+    struct CopyWalk {
+        std::set<DirectoryId> onPath;
+        DirectoryId target;
+        std::uint64_t budget = kMaxCopyBytes;
+    };
+    // Returns how many files failed to copy.
     std::size_t copyPortalFileRecursion(const std::string& src, const std::string& dst,
-                                        DirectoriesOnPath& onPath);
+                                        CopyWalk& walk);
     bool stringInList(const std::string& s, const std::vector<std::string>& list);
 
     /// Extensions of the resource files copyPortalDir moves in.

@@ -116,15 +116,18 @@ bool SdpPromoteServiceImpl::readFileContent(const std::string& path, std::string
         HP_LOG(spdlog::level::warn, "{} not exist; Reason: reason：{}", path, ec.message());
         return false;
     }
-    // Whatever the path names is judged on the descriptor that is read, never by another look
-    // at the path: a pipe or a device is refused before a byte of it is taken.
-    const FileDescriptor file = portal::openForReading(path);
-    if (!file) {
+    // Only a regular file is opened at all, and what is read is judged on that descriptor,
+    // never by another look at the path.
+    std::string refused;
+    const FileDescriptor file = portal::openRegularFile(path, refused);
+    if (!file && refused.empty()) {
         // The path is passed second and never shown: the line has always read this way.
         HP_LOG(spdlog::level::warn, "read failed; Reason: cann't open {}", "", path);
         return false;
     }
-    const std::string refused = portal::readRegularFile(file.get(), limit, out);
+    if (file) {
+        refused = portal::readRegularFile(file.get(), limit, out);
+    }
     if (!refused.empty()) {
         HP_LOG(spdlog::level::warn, "read:{} refused; Reason: {}", path, refused);
         return false;

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "SdpPromote/InstalledModes.h"
 #include "SdpPromote/MemoryArchive.h"
 #include "SdpPromote/SdpPromoteServiceImpl.h"
 #include "common/Log.h"
@@ -117,19 +118,21 @@ bool extractArchive(const std::string& zipPath, unzFile zip, const std::string& 
 
         const auto parent = boost::filesystem::path(outPath).parent_path();
         boost::system::error_code ec;
-        boost::filesystem::create_directories(parent, ec);
+        portal::createInstalledDirectories(parent, ec);
         if (ec) {
             HP_LOG_AT(spdlog::level::warn, kFunction, __LINE__,
                       "Failed to create dir:{}; Reason: {}", parent.string(), ec.message());
             continue;
         }
 
-        FILE* out = std::fopen(outPath.c_str(), "wb");
+        FileDescriptor created = portal::createInstalledFile(outPath);
+        FILE* out = created ? ::fdopen(created.get(), "wb") : nullptr;
         if (out == nullptr) {
             HP_LOG_AT(spdlog::level::warn, kFunction, __LINE__, "Failed to create file:{}{}",
                       outPath, "");
             continue;
         }
+        created.release();  // closed with out
         ScopeGuard closeOut([out] { std::fclose(out); });
         std::setvbuf(out, nullptr, _IONBF, 0);
 

@@ -2,6 +2,8 @@
 // The module's call-site guard around the host's Logger: a failure inside logging is written to
 // stderr and never reaches the code that logged.
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <string_view>
@@ -31,10 +33,14 @@ void reportUnknownFailure() noexcept;
 
 /// Text that came from outside (request fields, paths, archive entry names, command output) as it
 /// is logged: control characters are written as escapes, so that no caller can end a log line
-/// and forge the next one.
+/// and forge the next one, and at most kMaxLoggedText bytes of it are written, followed by how
+/// many bytes were left out, so that no caller can make a line (or its formatting) of any size.
 struct LoggedText {
     std::string_view text;
 };
+
+/// Most bytes one LoggedText takes in a line, escapes included: a whole path fits.
+inline constexpr std::size_t kMaxLoggedText = 4096;
 
 /// Strings are logged as LoggedText; every other argument as it is.
 template <typename T>
@@ -80,28 +86,29 @@ struct fmt::formatter<corvid::logging::detail::LoggedText> {
     auto format(const corvid::logging::detail::LoggedText& logged, FormatContext& context) const {
         static constexpr char kHex[] = "0123456789abcdef";
         auto out = context.out();
-        for (const char c : logged.text) {
+        std::size_t written = 0;
+        std::size_t used = 0;
+        for (; used < logged.text.size(); ++used) {
+            const char c = logged.text[used];
             const auto byte = static_cast<unsigned char>(c);
-            if (byte >= 0x20 && byte != 0x7f) {
-                *out++ = c;
-                continue;
+            char escaped[4] = {c};
+            std::size_t width = 1;
+            if (byte < 0x20 || byte == 0x7f) {
+                const char named = c == '\n' ? 'n' : c == '\r' ? 'r' : c == '\t' ? 't' : '\0';
+                escaped[0] = '\\';
+                escaped[1] = named != '\0' ? named : 'x';
+                escaped[2] = kHex[byte >> 4];
+                escaped[3] = kHex[byte & 0xf];
+                width = named != '\0' ? 2 : 4;
             }
-            *out++ = '\\';
-            switch (c) {
-                case '\n':
-                    *out++ = 'n';
-                    break;
-                case '\r':
-                    *out++ = 'r';
-                    break;
-                case '\t':
-                    *out++ = 't';
-                    break;
-                default:
-                    *out++ = 'x';
-                    *out++ = kHex[byte >> 4];
-                    *out++ = kHex[byte & 0xf];
+            if (written + width > corvid::logging::detail::kMaxLoggedText) {
+                break;
             }
+            out = std::copy(escaped, escaped + width, out);
+            written += width;
+        }
+        if (used < logged.text.size()) {
+            out = fmt::format_to(out, "... [{} bytes left out]", logged.text.size() - used);
         }
         return out;
     }

@@ -78,17 +78,33 @@ variant extract_value(rapidjson::Value::MemberIterator& member, const type& t) {
     return variant();
 }
 
+// Whether objects of t (or of what t wraps) have properties that a JSON object can fill.
+bool has_properties(const type& t) {
+    const type raw = t.is_wrapper() ? t.get_wrapped_type() : t;
+    return !raw.get_properties().empty();
+}
+
 void write_array_recursively(rttr::variant_sequential_view& view, rapidjson::Value& json_array) {
     view.set_size(json_array.Size());
     const type value_type = view.get_value_type();
+    // An element the value type cannot take is refused on its kind alone, before any variant is
+    // made: a list of a million objects costs a string list no more than its parse.
+    const bool takes_arrays = value_type.is_sequential_container();
+    const bool takes_objects = has_properties(value_type);
     for (rapidjson::SizeType i = 0; i < json_array.Size(); ++i) {
         auto& element = json_array[i];
         if (element.IsArray()) {
+            if (!takes_arrays) {
+                continue;
+            }
             auto nested = view.get_value(i).create_sequential_view();
             if (nested.is_valid()) {
                 write_array_recursively(nested, element);
             }
         } else if (element.IsObject()) {
+            if (!takes_objects) {
+                continue;
+            }
             variant held = view.get_value(i);
             variant wrapped = held.extract_wrapped_value();
             fromjson_recursively(wrapped, element);
@@ -262,7 +278,9 @@ void fromjson_recursively(instance given, rapidjson::Value& json_object) {
         auto& json_value = member->value;
         switch (json_value.GetType()) {
             case rapidjson::kArrayType: {
-                if (prop_type.is_sequential_container()) {
+                // A list registered as a pointer is filled where it is, not as a copy that is
+                // then copied again into the object: a long list would cost three times.
+                if (prop_type.get_raw_type().is_sequential_container()) {
                     variant value = prop.get_value(obj);
                     auto view = value.create_sequential_view();
                     write_array_recursively(view, json_value);

@@ -28,5 +28,7 @@ RTTR_REGISTRATION {
     rttr::registration::class_<DelPortalDirReq>(
         "corvid::sdp_promote::delPortalDirReq::DelPortalDirReq")
         .constructor<>()
-        .property(keys::kPortalDirs, &DelPortalDirReq::portalDirs);
+        // Bound in place (io::from_json fills it through the pointer), not copied twice.
+        .property(keys::kPortalDirs, &DelPortalDirReq::portalDirs)(
+            rttr::policy::prop::bind_as_ptr);
 }

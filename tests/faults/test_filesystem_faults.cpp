@@ -5,14 +5,19 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <boost/filesystem.hpp>
+#include <climits>
 #include <cstring>
 #include <random>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "faults/FaultSupport.h"
 #include "portal/PortalFixture.h"
@@ -21,6 +26,27 @@ namespace {
 
 using helion::test::readFile;
 namespace fs = boost::filesystem;
+
+// The fsync calls of this program while a copy's source is watched, each with whether the source
+// still existed at that moment.
+std::vector<std::pair<std::string, bool>> syncs;
+std::string watchedSource;
+
+}  // namespace
+
+// Stands in for the C library's fsync in this program, which links the module's code.
+extern "C" int fsync(int fd) {
+    if (!watchedSource.empty()) {
+        char path[PATH_MAX] = {};
+        const ssize_t got =
+            readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, sizeof path - 1);
+        syncs.emplace_back(std::string(path, got > 0 ? static_cast<std::size_t>(got) : 0),
+                           access(watchedSource.c_str(), F_OK) == 0);
+    }
+    return static_cast<int>(syscall(SYS_fsync, fd));
+}
+
+namespace {
 
 std::string incompressible(std::size_t size) {
     std::mt19937 random(7);
@@ -113,6 +139,48 @@ TEST_F(FilesystemFaults, CopiesCrossFileSystemsWholeAndAFullTargetLosesNothing) 
     EXPECT_EQ(portalFile("web/a.css"), "a");
     EXPECT_EQ(std::distance(fs::directory_iterator(root_ / "web"), fs::directory_iterator()), 2);
     EXPECT_EQ(readFile(src + "/a.css"), huge);
+    EXPECT_TRUE(log_.contains("No space left on device: 2097152 bytes needed"));  // before writing
+
+    // A sparse file claiming more than one copy may write is refused before a byte is written.
+    fs::resize_file(src + "/a.css", Service::kMaxCopyBytes + 1);
+    EXPECT_EQ(call(&Service::copyPortalDir, helion::test::copyRequest(src, "web")).code, 0);
+    EXPECT_TRUE(log_.contains("copy file error; Reason: larger than " +
+                              std::to_string(Service::kMaxCopyBytes) + " bytes this copy may"));
+    EXPECT_EQ(portalFile("web/a.css"), "a");
+}
+
+// A bind mount shows the portal directory under another path: still the same directory.
+TEST_F(FilesystemFaults, ACopyOntoItselfIsRefusedUnderAnyPath) {
+    plant("p/a.css", "a");
+    const fs::path alias = scratch_.path() / "alias";
+    fs::create_directories(alias);
+    ASSERT_EQ(::mount((root_ / "p").c_str(), alias.c_str(), nullptr, MS_BIND, nullptr), 0);
+    EXPECT_EQ(call(&Service::copyPortalDir, helion::test::copyRequest(alias.string(), "p")).code,
+              4);
+    EXPECT_TRUE(log_.contains("refused; Reason: source and target are the same directory"));
+    ::umount2(alias.c_str(), MNT_DETACH);
+    EXPECT_EQ(portalFile("p/a.css"), "a");
+}
+
+TEST_F(FilesystemFaults, CopiedFilesAndTheirDirectoriesAreSyncedBeforeTheSourceGoes) {
+    const std::string src = scratch_.str() + "/src";
+    scratch_.write("src/a.css", "a");
+    scratch_.write("src/sub/b.css", "b");
+    syncs.clear();
+    watchedSource = src;
+    EXPECT_EQ(call(&Service::copyPortalDir, helion::test::copyRequest(src, "web")).code, 0);
+    watchedSource.clear();
+    EXPECT_FALSE(fs::exists(src));
+    std::vector<std::string> synced;
+    for (const auto& [path, sourceThere] : syncs) {
+        EXPECT_TRUE(sourceThere) << path;
+        const fs::path relative = fs::path(path).lexically_relative(fs::canonical(root_));
+        const bool temporary = relative.filename().string().rfind(".helion-copy-", 0) == 0;
+        synced.push_back(temporary ? (relative.parent_path() / "file").string()
+                                   : relative.string());
+    }
+    std::sort(synced.begin(), synced.end());
+    EXPECT_EQ(synced, (std::vector<std::string>{"web", "web/file", "web/sub", "web/sub/file"}));
 }
 
 TEST_F(FilesystemFaults, AReadOnlyPortalRootChangesNothingAndOnlyCreationFailsTheCall) {

@@ -82,17 +82,12 @@ TEST_F(HostileInputs, OnlyRegularFilesWithinTheLimitsAreRead) {
         << readFile(good.sig) << std::string(Service::kMaxSignatureBytes, 'x');
     const std::string larger = "larger than ";
 
-    // A pipe nobody writes to would hold a reader forever; this writer ends any such wait.
-    std::atomic<bool> done{false};
-    std::thread unblock([&] {
-        for (int tick = 0; tick < 300 && !done; ++tick) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
-        const int writer = open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
-        if (writer >= 0) {
-            close(writer);
-        }
-    });
+    const std::string fifoLink = scratch_.str() + "/fifo.zip", goodLink = scratch_.str() + "/l.zip";
+    fs::create_symlink(fifo, fifoLink);
+    fs::create_symlink(good.zip, goodLink);
+    // Opening is itself an act on a device or a pipe: nothing here may open the pipe at all.
+    const int opens = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    ASSERT_GE(inotify_add_watch(opens, fifo.c_str(), IN_OPEN), 0);
     // Root reads every file, so "unreadable" is a directory, or a path through a plain file.
     const std::string directory = scratch_.str() + "/a-directory", through = good.zip + "/inside";
     fs::create_directories(directory);
@@ -104,6 +99,7 @@ TEST_F(HostileInputs, OnlyRegularFilesWithinTheLimitsAreRead) {
     } cases[] = {
         {"/dev/zero", good.sig, "/dev/zero", refused("/dev/zero", "not a regular file")},
         {fifo, good.sig, fifo, refused(fifo, "not a regular file")},
+        {fifoLink, good.sig, fifoLink, refused(fifoLink, "not a regular file")},
         {good.zip, fifo, fifo, refused(fifo, "not a regular file")},
         {directory, good.sig, directory, refused(directory, "not a regular file")},
         {good.zip, directory, directory, refused(directory, "not a regular file")},
@@ -123,9 +119,22 @@ TEST_F(HostileInputs, OnlyRegularFilesWithinTheLimitsAreRead) {
         EXPECT_TRUE(log_.contains("read:" + c.failed + " failed"));
         EXPECT_EQ(portalFile("web/index.html"), "old");
     }
-    done = true;
-    unblock.join();
-    EXPECT_EQ(update(good).code, 0);
+    // In a copy source, a pipe and a link to it are failed files; the source stays.
+    scratch_.write("src/a.css", "a");
+    fs::create_symlink(fifo, scratch_.path() / "src/x.css");
+    ASSERT_EQ(mkfifo((scratch_.str() + "/src/y.css").c_str(), 0600), 0);
+    EXPECT_EQ(
+        call(&Service::copyPortalDir, helion::test::copyRequest(scratch_.str() + "/src", "c")).code,
+        0);
+    EXPECT_EQ(log_.matching("copy file error; Reason: not a regular file").size(), 2u);
+    EXPECT_EQ(portalFile("c/a.css"), "a");
+    char event[sizeof(inotify_event) + NAME_MAX + 1];
+    EXPECT_LT(read(opens, event, sizeof event), 0);
+    close(open(fifo.c_str(), O_RDONLY | O_NONBLOCK));  // the watch does see an open
+    EXPECT_GT(read(opens, event, sizeof event), 0);
+    close(opens);
+
+    EXPECT_EQ(update({goodLink, good.sig}).code, 0);  // a link to a regular file is followed
     EXPECT_EQ(portalFile("web/index.html"), "new");
 }
 
@@ -218,6 +227,7 @@ TEST_F(HostileInputs, LinksBackUpTheTreeAreNotFollowedAndOtherLinksAre) {
     fs::create_directory_symlink(".", src / "l1");
     fs::create_directory_symlink("..", src / "shared/up");
     fs::create_directory_symlink("shared", src / "again");
+    fs::create_directory_symlink(root_ / "web", src / "into");  // would grow as it is copied
     EXPECT_EQ(call(&Service::copyPortalDir, helion::test::copyRequest(src.string(), "web")).code,
               0);
     for (const char* copied : {"a.css", "shared/b.css", "again/b.css"}) {
@@ -227,6 +237,7 @@ TEST_F(HostileInputs, LinksBackUpTheTreeAreNotFollowedAndOtherLinksAre) {
     EXPECT_FALSE(fs::exists(root_ / "web/shared/up/a.css"));
     // l1, shared/up, and again/up (which leads back to src again).
     EXPECT_EQ(log_.matching("; Reason: a link back up the tree").size(), 3u);
+    EXPECT_TRUE(log_.contains("skip dir:" + (src / "into").string() + "; Reason: a link into"));
 }
 
 TEST_F(HostileInputs, RequestTextCannotForgeALogLine) {

@@ -56,7 +56,7 @@ TEST_F(Logging, LevelGateTheInfoCapAndContextText) {
     } cases[] = {
         {spdlog::level::err, info, 100, 0, info},
         {spdlog::level::err, spdlog::level::warn, 100, 0, info},
-        {spdlog::level::err, spdlog::level::err, 5000, 5000, spdlog::level::err},
+        {spdlog::level::err, spdlog::level::err, 4000, 4000, spdlog::level::err},
         {info, info, 2049, 2048, info},
         {info, info, 2048, 2048, info},
         {info, spdlog::level::warn, 2049, 2049, spdlog::level::warn},
@@ -93,6 +93,13 @@ TEST_F(Logging, LevelGateTheInfoCapAndContextText) {
             info, kTag, "F", 1, [&text = context] { return text; }, "{}", message);
         EXPECT_EQ(capture.lines().at(0).text, line);
     }
+
+    // Outside text ends after 4096 bytes of output, escapes included, with a count of the rest.
+    capture.clear();
+    guardedLog(spdlog::level::warn, kTag, "F", 1, "{}",
+               std::string(4094, 'x') + "\n" + "0123456789");
+    EXPECT_EQ(capture.lines().at(0).text,
+              kPrefix + std::string(4094, 'x') + "\\n... [10 bytes left out]");
 }
 
 // A sink that throws what it is told to.

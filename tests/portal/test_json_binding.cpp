@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "io/JsonBinding.h"
+#include "model/DelPortalDirReq.h"
 
 namespace {
 
@@ -125,6 +126,13 @@ TEST(JsonBindingRead, ValuesConvertOrLeaveThePropertyAlone) {
     EXPECT_TRUE(io::from_json(R"({"number":[1],"list":null})", sample));
     EXPECT_EQ(sample.number, 4);
     EXPECT_EQ(sample.list.size(), 3u);
+}
+
+// The delete request's list is registered as a pointer, so that it is filled where it is.
+TEST(JsonBindingRead, TheDeleteRequestsListIsFilledInPlace) {
+    corvid::sdp_promote::delPortalDirReq::DelPortalDirReq request;
+    ASSERT_TRUE(io::from_json(R"({"portalDirs":["a",{},[1],null,2]})", request));
+    EXPECT_EQ(request.portalDirs, (std::vector<std::string>{"a", "", "", "", "2"}));
 }
 
 TEST(JsonBindingRead, DocumentsThatBindNothingOrFail) {

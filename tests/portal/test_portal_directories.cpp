@@ -1,6 +1,9 @@
 // copyPortalDir: which files move in, what happens to the source, and the failure envelopes;
 // delPortalDir: best-effort removal below the portal root.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
 
 #include "faults/FaultSupport.h"
 #include "portal/PortalFixture.h"
@@ -9,6 +12,8 @@
 namespace {
 
 namespace fs = boost::filesystem;
+using helion::test::readFile;
+using Service = corvid::SdpPromoteServiceImpl;
 
 class PortalCopy : public helion::test::PortalRootTest {
 protected:
@@ -56,6 +61,89 @@ TEST_F(PortalCopy, FailuresAnswerWithTheirCodes) {
     EXPECT_EQ(envelope.code, 9);
     EXPECT_TRUE(log_.contains("create dir error; Reason: " + envelope.message));
     EXPECT_TRUE(fs::exists(source_));
+}
+
+// Same directory, through a link, target inside source, source inside target: refused before
+// anything is created, moved or removed.
+TEST_F(PortalCopy, NeverCopiesADirectoryOntoOrIntoItself) {
+    plant("p/a.css", "a");
+    plant("p/inner/b.css", "b");
+    fs::create_directory_symlink(root_ / "p", scratch_.path() / "link");
+    const std::string p = (root_ / "p").string();
+    const struct {
+        std::string src, dir, reason;
+    } cases[] = {
+        {p, "p", "source and target are the same directory"},
+        {(scratch_.path() / "link").string(), "p/", "source and target are the same directory"},
+        {p, "p/sub", "the target lies inside the source"},
+        {p + "/inner", "p", "the source lies inside the target"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.src + " " + c.dir);
+        log_.clear();
+        service_.copyPortalDir(result_, helion::test::copyRequest(c.src, c.dir));
+        EXPECT_EQ(result_, R"({"code":4,"message":"copy file error","data":""})");
+        EXPECT_TRUE(log_.contains("srcDir:" + c.src + " and target:" + (root_ / c.dir).string() +
+                                  " refused; Reason: " + c.reason));
+        EXPECT_EQ(portalFile("p/a.css"), "a");
+        EXPECT_EQ(portalFile("p/inner/b.css"), "b");
+        EXPECT_FALSE(fs::exists(root_ / "p/sub"));
+    }
+}
+
+// Any name the file system takes; a file that cannot replace its target and the temporaries of
+// an interrupted copy leave nothing of the copy's own behind.
+TEST_F(PortalCopy, CopiesAnyNameAndLeavesNoTemporaryBehind) {
+    const std::string longName = std::string(245, 'n') + ".css";
+    scratch_.write("unpacked/" + longName, "long");
+    scratch_.write("unpacked/busy.css", "busy");
+    scratch_.write("unpacked/sub/c.css", "c");
+    plant("web/busy.css/inside", "a non-empty directory in the way");
+    plant("web/.helion-copy-Ab12Zz", "left by a killed copy");
+    plant("web/sub/.helion-copy-000000", "left by a killed copy");
+    plant("web/.helion-copy-kept.css", "not a name a copy makes");
+
+    EXPECT_EQ(call(&Service::copyPortalDir, helion::test::copyRequest(source_, "web")).code, 0);
+    EXPECT_EQ(portalFile("web/" + longName), "long");
+    EXPECT_EQ(portalFile("web/sub/c.css"), "c");
+    EXPECT_TRUE(log_.contains("copy file error; Reason: "));
+    EXPECT_EQ(readFile(source_ + "/busy.css"), "busy");
+    std::vector<std::string> left;
+    for (fs::recursive_directory_iterator it(root_ / "web"), end; it != end; ++it) {
+        left.push_back(fs::relative(it->path(), root_ / "web").string());
+    }
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(left, (std::vector<std::string>{".helion-copy-kept.css", "busy.css",
+                                              "busy.css/inside", longName, "sub", "sub/c.css"}));
+}
+
+// Whatever the umask and the source's mode, what the module installs is 0644 and 0755.
+TEST_F(PortalCopy, InstalledFilesAndDirectoriesHaveThePortalsModes) {
+    const auto modeOf = [this](const std::string& relative) {
+        struct stat status {};
+        ::lstat((root_ / relative).c_str(), &status);
+        return status.st_mode & 07777;
+    };
+    for (const mode_t mask : {0000, 0077}) {
+        SCOPED_TRACE(mask);
+        const mode_t old = ::umask(mask);
+        const auto zip = helion::test::signedPackage(scratch_, "modes.zip", {{"d/x.css", "x"}});
+        EXPECT_EQ(call(&Service::updatePortal, helion::test::updateRequest(zip, "new/web")).code,
+                  0);
+        scratch_.write("unpacked/s/y.css", "y");
+        ::chmod((source_ + "/s/y.css").c_str(), 06777);
+        EXPECT_EQ(
+            call(&Service::copyPortalDir, helion::test::copyRequest(source_, "copied/web")).code,
+            0);
+        ::umask(old);
+        for (const char* dir : {"new", "new/web", "new/web/d", "copied", "copied/web/s"}) {
+            EXPECT_EQ(modeOf(dir), 0755u) << dir;
+        }
+        EXPECT_EQ(modeOf("new/web/d/x.css"), 0644u);
+        EXPECT_EQ(modeOf("copied/web/s/y.css"), 0644u);
+        fs::remove_all(root_ / "new");
+        fs::remove_all(root_ / "copied");
+    }
 }
 
 TEST_F(PortalCopy, TheFilterIsACaseFoldedSubstringTest) {
