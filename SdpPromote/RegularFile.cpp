@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "SdpPromote/InstalledModes.h"
-#include "SdpPromote/LargePages.h"
+#include "SdpPromote/platform/LargePages.h"
 #include "SdpPromote/PortalPath.h"
 
 namespace corvid::portal {

@@ -1,14 +1,16 @@
-#include "SdpPromote/LargePages.h"
+#include "SdpPromote/platform/LargePages.h"
 
 #include <cstdint>
 
-#if defined(__linux__)
+#include "common/platform/Platform.h"
+
+#if HELION_LINUX_CALLS
 #include <sys/mman.h>
 #endif
 
 namespace corvid::portal {
 
-#if defined(__linux__)
+#if HELION_LINUX_CALLS
 
 void preferLargePages(void* data, std::size_t size) {
     // Transparent huge pages on x86-64 and most arm64 kernels.
