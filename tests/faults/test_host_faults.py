@@ -7,16 +7,29 @@ import resource
 import signal
 import socket
 import struct
+import subprocess
 import sys
 import time
 import unittest
 
 sys.path.insert(0, os.path.join(os.environ["HELION_SOURCE_DIR"], "tests", "host"))
 
-from hostfixture import HostTestCase, promote, write_tree  # noqa: E402
+from hostfixture import PROMOTE, START_TIMEOUT, HostTestCase, promote, write_tree  # noqa: E402
 
 TOOL = os.path.join(os.environ["HELION_TEST_RESOURCES_DIR"], "bin", "HelionDiagnosisTool")
 CALL = struct.pack(">I", 0x80010001)  # binary protocol, version 1, a call
+
+
+def wait_for(condition):
+    deadline = time.monotonic() + START_TIMEOUT
+    while not condition() and time.monotonic() < deadline:
+        time.sleep(0.05)
+    return condition()
+
+
+def cpu_ticks(pid):
+    fields = pathlib.Path("/proc/%d/stat" % pid).read_text().rsplit(")", 1)[1].split()
+    return int(fields[11]) + int(fields[12])  # utime, stime
 
 
 def connect(path, count):
@@ -77,6 +90,18 @@ class HostFaults(HostTestCase):
         resource.prlimit(pid, resource.RLIMIT_NOFILE, (soft, hard))
         # Answered once the host has taken the flood's closed connections from its backlog.
         self.assertEqual(promote(host.endpoint, "ping").returncode, 0)
+        # The HTTP side runs out too, and waits between attempts instead of spinning (which took
+        # a whole core: 200 ticks in these 2 s).
+        port = int(re.search(r"serving HTTP on [^:]+:(\d+)", host.log()).group(1))
+        resource.prlimit(pid, resource.RLIMIT_NOFILE, (len(os.listdir(fds)) + 2, hard))
+        flood = [socket.create_connection(("127.0.0.1", port), timeout=5) for _ in range(6)]
+        self.assertTrue(wait_for(lambda: "HTTP accept() failed: Too many open files" in host.log()))
+        before = cpu_ticks(pid)
+        time.sleep(2)
+        self.assertLess(cpu_ticks(pid) - before, os.sysconf("SC_CLK_TCK"))
+        [connection.close() for connection in flood]
+        resource.prlimit(pid, resource.RLIMIT_NOFILE, (soft, hard))
+        self.assertTrue(wait_for(lambda: "accepting HTTP connections again" in host.log()))
         # Two workers and a queue of eight: once the host has let go of the connections before,
         # the eleventh connection and later ones are closed (from the twelfth: the count taken at
         # the start may include the fixture's ping).
@@ -105,6 +130,51 @@ class HostFaults(HostTestCase):
         os.kill(pid, signal.SIGKILL)
         host.process.wait(timeout=20)
         self.start_host()  # the tool still runs, holding none of the old host's descriptors
+
+    def test_stuck_workers_starve_the_watchdog_and_a_stop_abandons_them(self):
+        # Reads below this mount (private to the test's namespace) never answer.
+        mount = os.path.join(self.tmp, "hang")
+        os.mkdir(mount)
+        fs = subprocess.Popen([os.environ["HELION_HANGING_FS"], mount], stdout=subprocess.PIPE)
+        self.addCleanup(fs.wait)
+        self.addCleanup(fs.kill)  # fails the reads still pending
+        self.assertEqual(fs.stdout.readline(), b"mounted\n")
+        notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(notify.close)
+        notify.bind(os.path.join(self.tmp, "notify"))
+        notify.settimeout(0.1)
+
+        def notified(seconds):
+            received, deadline = [], time.monotonic() + seconds
+            while time.monotonic() < deadline:
+                try:
+                    received.append(notify.recv(4096).decode())
+                except socket.timeout:
+                    pass
+            return received
+
+        host = self.start_host(
+            env=dict(os.environ, NOTIFY_SOCKET=notify.getsockname(), WATCHDOG_USEC="400000"),
+            extra=("--workers", "2", "--stop-timeout", "1"))
+        self.assertIn("WATCHDOG=1", notified(1))
+        signature = os.path.join(write_tree(self.tmp, {"p.sig": bytes(256)}), "p.sig")
+        for _ in range(2):
+            stuck = subprocess.Popen([PROMOTE, "--connect", host.endpoint, "--timeout", "600",
+                                      "update-portal", "--zip", mount + "/p.zip", "--sig",
+                                      signature, "--dir", "stuck"], stdout=subprocess.DEVNULL)
+            self.addCleanup(stuck.wait)
+            self.addCleanup(stuck.kill)
+        self.assertTrue(wait_for(lambda: "watchdog not fed" in host.log()), host.log())
+        notified(0.5)  # a check that began before both workers were stuck
+        self.assertNotIn("WATCHDOG=1", notified(1.5))
+
+        host.process.send_signal(signal.SIGTERM)
+        self.assertTrue(wait_for(lambda: "exiting with 2 RPC call(s) abandoned" in host.log()),
+                        host.log())
+        self.assertEqual(host.log().count("abandoning RPC call 'SdpPromoteService.updatePortal'"),
+                         2)
+        fs.kill()  # the stuck threads can end now, and with them the process
+        self.assertEqual(host.process.wait(timeout=START_TIMEOUT), 4)
 
 
 if __name__ == "__main__":

@@ -116,18 +116,6 @@ class Journeys(HostTestCase):
         self.failed_start("is not a socket")
         self.assertEqual(tree(self.tmp)["promote.sock"], b"keep me")
 
-        # Socket activation: the host serves the socket it was passed.
-        path = os.path.join(self.tmp, "activated.sock")
-        host = Host(self.tmp, listen="", env=env)
-        host.args[:0] = ["systemd-socket-activate", "-l", path]
-        self.addCleanup(host.reap)
-        host.launch()
-        wait_for(lambda: os.path.exists(path), "the activation socket")
-        result = promote("unix:" + path, "--timeout", "10", "ping")
-        self.assertEqual((result.returncode, result.stdout.strip()), (0, '{"result":true}'))
-        self.assertIn("serving RPC on unix:" + path, host.log())
-        self.assertEqual(host.stop(), 0)
-
     def test_start_up_and_usage_errors(self):
         self.start_host(module=None).stop()  # this tree's program finds this tree's module
         copy = os.path.join(self.tmp, "bin", "helion-host")
