@@ -1,17 +1,13 @@
 // A file system whose reads never answer, like a hard NFS mount whose server died: every name is
-// a 1 MiB file that opens, and no read of it ever returns. Ends, failing every pending read, when
-// it is killed. Usage: hanging_fs MOUNTPOINT
+// a 1 MiB file that opens, and no read ever returns until this program is killed.
+// Usage: hanging_fs MOUNTPOINT (prints "mounted" once it serves)
 #define FUSE_USE_VERSION 34
 #include <fuse3/fuse_lowlevel.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 namespace {
-
-constexpr fuse_ino_t kFile = 2;
 
 struct stat attributes(fuse_ino_t inode) {
     struct stat status {};
@@ -22,50 +18,32 @@ struct stat attributes(fuse_ino_t inode) {
     return status;
 }
 
-void lookup(fuse_req_t request, fuse_ino_t, const char*) {
-    fuse_entry_param entry{};
-    entry.ino = kFile;
-    entry.attr = attributes(kFile);
-    fuse_reply_entry(request, &entry);
-}
-
-void getattr(fuse_req_t request, fuse_ino_t inode, fuse_file_info*) {
-    const struct stat status = attributes(inode);
-    fuse_reply_attr(request, &status, 0);
-}
-
-void open(fuse_req_t request, fuse_ino_t, fuse_file_info* info) {
-    info->direct_io = 1;  // every read reaches read() below, none is served from a cache
-    fuse_reply_open(request, info);
-}
-
-void read(fuse_req_t, fuse_ino_t, size_t, off_t, fuse_file_info*) {
-    // Never answered.
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: hanging_fs MOUNTPOINT\n");
-        return 2;
-    }
     fuse_lowlevel_ops operations{};
-    operations.lookup = lookup;
-    operations.getattr = getattr;
-    operations.open = open;
-    operations.read = read;
-    char* arguments[] = {argv[0]};
-    fuse_args args = FUSE_ARGS_INIT(1, arguments);
+    operations.lookup = [](fuse_req_t request, fuse_ino_t, const char*) {
+        fuse_entry_param entry{};
+        entry.ino = FUSE_ROOT_ID + 1;
+        entry.attr = attributes(entry.ino);
+        fuse_reply_entry(request, &entry);
+    };
+    operations.getattr = [](fuse_req_t request, fuse_ino_t inode, fuse_file_info*) {
+        const struct stat status = attributes(inode);
+        fuse_reply_attr(request, &status, 0);
+    };
+    operations.open = [](fuse_req_t request, fuse_ino_t, fuse_file_info* info) {
+        info->direct_io = 1;  // every read reaches read(), none is served from a cache
+        fuse_reply_open(request, info);
+    };
+    operations.read = [](fuse_req_t, fuse_ino_t, size_t, off_t, fuse_file_info*) {};
+    fuse_args args = FUSE_ARGS_INIT(1, argv);
     fuse_session* session = fuse_session_new(&args, &operations, sizeof(operations), nullptr);
-    if (session == nullptr || fuse_session_mount(session, argv[1]) != 0) {
-        std::fprintf(stderr, "hanging_fs: cannot mount on %s\n", argv[1]);
+    if (argc != 2 || session == nullptr || fuse_session_mount(session, argv[1]) != 0) {
+        std::fprintf(stderr, "usage: hanging_fs MOUNTPOINT (as root)\n");
         return 1;
     }
     std::printf("mounted\n");
     std::fflush(stdout);
-    const int result = fuse_session_loop(session);
-    fuse_session_unmount(session);
-    fuse_session_destroy(session);
-    return result == 0 ? 0 : 1;
+    return fuse_session_loop(session) == 0 ? 0 : 1;
 }
