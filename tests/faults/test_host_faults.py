@@ -16,22 +16,11 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.environ["HELION_SOURCE_DIR"], "tests", "host"))
 
-from hostfixture import PROMOTE, START_TIMEOUT, HostTestCase, promote, write_tree  # noqa: E402
+from hostfixture import (PROMOTE, START_TIMEOUT, HostTestCase, promote, wait_for,  # noqa: E402
+                         write_tree)
 
 TOOL = os.path.join(os.environ["HELION_TEST_RESOURCES_DIR"], "bin", "HelionDiagnosisTool")
 CALL = struct.pack(">I", 0x80010001)  # binary protocol, version 1, a call
-
-
-def wait_for(condition):
-    deadline = time.monotonic() + START_TIMEOUT
-    while not condition() and time.monotonic() < deadline:
-        time.sleep(0.05)
-    return condition()
-
-
-def cpu_ticks(pid):
-    fields = pathlib.Path("/proc/%d/stat" % pid).read_text().rsplit(")", 1)[1].split()
-    return int(fields[11]) + int(fields[12])  # utime, stime
 
 
 def connect(path, count):
@@ -90,16 +79,18 @@ class HostFaults(HostTestCase):
         resource.prlimit(pid, resource.RLIMIT_NOFILE, (len(os.listdir(fds)) + 2, hard))
         flood = connect(host.socket, 6) + [socket.create_connection(("127.0.0.1", port))
                                            for _ in range(6)]
-        self.assertTrue(wait_for(lambda: "HTTP accept() failed: Too many open files" in host.log()))
-        before = cpu_ticks(pid)
+        wait_for(lambda: "HTTP accept() failed: Too many open files" in host.log(), host.log())
+        ticks = lambda: sum(map(int, pathlib.Path("/proc/%d/stat" % pid).read_text()  # noqa
+                                .rsplit(")", 1)[1].split()[11:13]))  # utime, stime
+        before = ticks()
         time.sleep(2)
-        self.assertLess(cpu_ticks(pid) - before, os.sysconf("SC_CLK_TCK") // 5)
+        self.assertLess(ticks() - before, os.sysconf("SC_CLK_TCK") // 5)
         self.assertIn("]: accept() failed: Too many open files", host.log())
         [connection.close() for connection in flood]
         resource.prlimit(pid, resource.RLIMIT_NOFILE, (soft, hard))
         # Answered once the host has taken the flood's closed connections from its backlog.
         self.assertEqual(promote(host.endpoint, "ping").returncode, 0)
-        self.assertTrue(wait_for(lambda: "accepting HTTP connections again" in host.log()))
+        wait_for(lambda: "accepting HTTP connections again" in host.log(), host.log())
         # Two workers and a queue of eight: once the host has let go of the connections before,
         # the eleventh connection and later ones are closed (from the twelfth: the count taken at
         # the start may include the fixture's ping).
@@ -133,8 +124,7 @@ class HostFaults(HostTestCase):
         mount = os.path.join(self.tmp, "hang")  # in the test's private mount namespace
         os.mkdir(mount)
         fs = subprocess.Popen([os.environ["HELION_HANGING_FS"], mount], stdout=subprocess.PIPE)
-        self.addCleanup(fs.wait)
-        self.addCleanup(fs.kill)  # fails the reads still pending
+        self.addCleanup(lambda: fs.kill() or fs.wait())  # fails the reads still pending
         self.assertEqual(fs.stdout.readline(), b"mounted\n")
         notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self.addCleanup(notify.close)
@@ -157,15 +147,16 @@ class HostFaults(HostTestCase):
             stuck = subprocess.Popen([PROMOTE, "--connect", host.endpoint, "update-portal", "--zip",
                                       mount + "/p.zip", "--sig", signature, "--dir", "stuck"])
             self.addCleanup(stuck.kill)
-        self.assertTrue(wait_for(lambda: "watchdog not fed" in host.log()), host.log())
+        wait_for(lambda: "watchdog not fed" in host.log(), host.log())
         fed(0.5)  # a check that began before both workers were stuck
         self.assertNotIn("WATCHDOG=1", fed(1.5))
         host.process.send_signal(signal.SIGTERM)
-        self.assertTrue(wait_for(lambda: "with 2 RPC call(s) abandoned" in host.log()), host.log())
+        wait_for(lambda: "with 2 RPC call(s) abandoned" in host.log(), host.log())
         self.assertEqual(host.log().count("abandoning RPC call 'SdpPromoteService.updatePortal'"), 2)
         fs.kill()  # the stuck threads can end now, and with them the process
         self.assertEqual(host.process.wait(timeout=START_TIMEOUT), 4)
         self.assertIn("STOPPING=1", fed(0.1))
+
 
 if __name__ == "__main__":
     unittest.main()

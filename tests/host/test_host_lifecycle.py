@@ -11,20 +11,14 @@ import subprocess
 import time
 import unittest
 
-from hostfixture import HOST, START_TIMEOUT, Host, HostTestCase, promote, tree, write_tree
+from hostfixture import (HOST, START_TIMEOUT, Host, HostTestCase, promote, tree, wait_for,
+                         write_tree)
 
 GUID = "7c9e6679-7425-40de-944b-e07fc1f90ae7"
 
 
 def mode(path):
     return stat.S_IMODE(os.lstat(path).st_mode)
-
-
-def wait_for(condition, what):
-    deadline = time.monotonic() + START_TIMEOUT
-    while not condition():
-        assert time.monotonic() < deadline, "timed out waiting for " + what
-        time.sleep(0.05)
 
 
 class Journeys(HostTestCase):

@@ -1,12 +1,10 @@
 #!/usr/bin/env bash
-# The packages as an operator deploys them, in a Debian 12 root booted by systemd-nspawn: apt
-# install, socket activation, portals installed and refused, reload and restart, a wedged host
-# restarted by the watchdog, an upgrade, the confinement score, removal and purge.
-# Usage: deploy.sh SOURCE_DIR WORK DEB_DIR HANGING_FS. The debootstrap root is cached in
-# $HELION_DEPLOY_CACHE (default /var/cache/helion-deploy-test), keyed by what goes into it; each
-# run works on an overlay of it.
+# The Debian packages built (never with the development key unless allowed), linted, used by a
+# host project, then deployed as an operator does in a Debian 12 root booted by systemd-nspawn
+# (cached in $HELION_DEPLOY_CACHE, keyed by its contents; each run uses an overlay of it).
+# Usage: deploy.sh SOURCE_DIR WORK HANGING_FS
 set -euo pipefail
-src=$1 work=$2 debs=$3 hanging_fs=$4
+src=$1 work=$2 hanging_fs=$3
 cache=${HELION_DEPLOY_CACHE:-/var/cache/helion-deploy-test}
 skip() { echo "SKIP: cannot boot a container: $*" >&2; exit 77; }
 die() { echo "FAIL: $*" >&2; exit 1; }
@@ -14,6 +12,20 @@ failures=0
 check() {  # check WHAT COMMAND...: counts a failure and goes on, so that one run shows them all
     "${@:2}" || { echo "FAIL: $1" >&2; failures=$((failures + 1)); }
 }
+package() { HELION_PACKAGE_DIR="$1" "$src/scripts/package.sh" "${@:2}" >"$1.log" 2>&1; }
+
+rm -rf "$work" && mkdir -p "$work"/{upper,scratch,root,dev}
+cp "$src/keys/dev-portal-public.pem" "$work/copied-key.pem"
+! package "$work/refused" -DHELION_PORTAL_PUBLIC_KEY="$work/copied-key.pem" || die "development key packaged"
+grep -q "HELION_ALLOW_DEV_KEY=ON" "$work/refused.log" || die "refusal does not say why"
+package "$work/deb" -DHELION_ALLOW_DEV_KEY=ON || die "package build: $(tail -n 40 "$work/deb.log")"
+rm -rf "$work/deb/build"  # nothing from the build tree may stand in for what the packages carry
+lintian --fail-on error "$work"/deb/*.deb || die "lintian errors"
+for deb in "$work"/deb/*.deb; do dpkg-deb -x "$deb" "$work/dev"; done
+openssl pkey -pubin -in "$src/keys/dev-portal-public.pem" -outform DER | sha256sum | cut -d' ' -f1 |
+    cmp - "$(find "$work/dev" -name HelionPromote.fingerprint)" || die "fingerprint"
+cmake -DPREFIX="$work/dev/usr" -DWORK_DIR="$work/consumer" -DSOURCE_DIR="$src/tests/consumer" \
+    -DGENERATOR="Unix Makefiles" -DCXX="${CXX:-c++}" -DCONFIG=Release -P "$src/tests/consumer/RunConsumer.cmake"
 
 [ "$(id -u)" -eq 0 ] && [ -c /dev/fuse ] || skip "needs root and /dev/fuse"
 command -v debootstrap >/dev/null && command -v systemd-nspawn >/dev/null || skip "no debootstrap or systemd-nspawn"
@@ -33,8 +45,7 @@ if [ ! -e "$base/.complete" ]; then
     touch "$base/.complete"
 fi
 
-# Whatever happens, the container is stopped (orderly, then killed) and the overlay unmounted.
-nspawn="" init=""
+nspawn="" init=""  # on any exit: the container stopped (orderly, then killed), the overlay unmounted
 cleanup() {
     if [ -n "$nspawn" ]; then
         kill -TERM "$nspawn" 2>/dev/null && timeout 30 tail --pid="$nspawn" -f /dev/null
@@ -43,26 +54,21 @@ cleanup() {
     umount "$work/root" 2>/dev/null || umount -l "$work/root" 2>/dev/null || true
 }
 trap cleanup EXIT
-rm -rf "$work" && mkdir -p "$work"/{upper,scratch,root}
 mount -t overlay overlay -o "lowerdir=$base,upperdir=$work/upper,workdir=$work/scratch" "$work/root" || skip "no overlay mount"
-mkdir "$work/root/debs" && cp "$debs"/helion-promote_*.deb "$work/root/debs/"
+mkdir "$work/root/debs" && cp "$work"/deb/helion-promote_*.deb "$work/root/debs/"
 install -m 0755 "$hanging_fs" "$work/root/usr/local/bin/hanging_fs"
-cp "$src/keys/dev-portal-private.pem" "$work/root/root/"
+cp "$src/keys"/dev-portal-* "$work/root/root/"
 systemd-nspawn --boot --register=no --keep-unit -q -D "$work/root" -M "helion-deploy-$$" --bind=/dev/fuse \
     >"$work/console.log" 2>&1 </dev/null &
 nspawn=$!
-for _ in $(seq 100); do
-    init=$(pgrep -P "$nspawn" -x systemd) && break
+ct() { timeout 120 nsenter -t "$init" -a env -i PATH=/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/root "$@"; }
+for _ in $(seq 150); do  # until its manager answers at all, then until it has booted
+    init=$(pgrep -P "$nspawn" -x systemd) && state=$(ct systemctl is-system-running --wait 2>/dev/null || true)
+    [ -n "${state:-}" ] && break
     kill -0 "$nspawn" 2>/dev/null || skip "systemd-nspawn --boot failed: $(tail -n 5 "$work/console.log")"
     sleep 0.2
 done
-ct() { timeout 120 nsenter -t "$init" -a env -i PATH=/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/root "$@"; }
-for _ in $(seq 100); do  # until its manager answers at all, then until it has booted
-    state=$(ct systemctl is-system-running --wait 2>/dev/null || true)
-    [ -n "$state" ] && break
-    sleep 0.2
-done
-[ "$state" = running ] || [ "$state" = degraded ] || skip "the container did not boot ($state)"
+[ "${state:-}" = running ] || [ "${state:-}" = degraded ] || skip "the container did not boot (${state:-})"
 
 unit=helion-host.service app=/Library/corvid/SDP/Helion.app/Contents/Resources/app
 main_pid() { ct systemctl show -p MainPID --value $unit; }
@@ -71,13 +77,15 @@ update() { ct helion-promote update-portal --zip "$1" --sig /root/p.zip.sig --di
 in_journal() { ct journalctl -q -u $unit "${@:2}" | grep -q -- "$1"; }
 install_deb() { ct sh -c "DEBIAN_FRONTEND=noninteractive apt-get $*" >>"$work/apt.log" 2>&1; }
 
-# The bundle is the client application's; the package brings the rest.
-ct mkdir -p "${app%/app}"
+ct mkdir -p "${app%/app}"  # the bundle is the client application's
 install_deb install -y -q /debs/helion-promote_*.deb || die "apt-get install: $(tail -n 20 "$work/apt.log")"
-check "installation enables and starts the socket" ct systemctl is-active -q helion-host.socket
-check "installation enables the socket" ct systemctl is-enabled -q helion-host.socket
+check "installation enables and starts the socket" ct sh -c 'systemctl is-enabled -q helion-host.socket &&
+    systemctl is-active -q helion-host.socket'
 check "nothing runs before the first call" test "$(main_pid)" = 0
-ct systemctl enable --now helion-host.socket 2>/dev/null
+check "the key's fingerprint beside the module" ct sh -c 'helion-portal fingerprint --pub /root/dev-portal-public.pem |
+    cmp - /usr/lib/*/helion-promote/HelionPromote.fingerprint'
+check "man pages" ct sh -c 'for p in helion-host helion-promote helion-portal; do
+    gzip -dc /usr/share/man/man1/$p.1.gz | grep -q "^\.TH" || exit 1; done'
 check "first call answered" ping
 check "Type=notify" test "$(ct systemctl show -p Type --value $unit)" = notify
 check "status line" test "$(ct systemctl show -p StatusText --value $unit)" = "Serving RPC on unix:/run/helion/promote.sock"
@@ -97,8 +105,7 @@ check "refusal at warning priority" in_journal "verify signature error" -p warni
 check "no timestamp of the host's own" test -z "$(ct journalctl -q -u $unit -o cat | grep -E '^[0-9]{4}-[0-9]{2}-[0-9]{2} ')"
 
 before=$(main_pid)
-check "reload" ct systemctl reload $unit
-check "reload keeps the host" test "$(main_pid)" = "$before"
+check "reload keeps the host" test "$(ct systemctl reload $unit && main_pid)" = "$before"
 ct systemctl restart --no-block $unit
 check "a call during the restart is answered" ping
 check "restart made a new host" test "$(main_pid)" != "$before"
@@ -112,15 +119,11 @@ timeout 10 sh -c "until nsenter -t $init -m test -f /srv/hang/p.zip; do sleep 0.
 wedged=$(main_pid) since=$(ct date +%s)
 ct sh -c 'for i in $(seq 16); do setsid timeout 120 helion-promote update-portal --zip /srv/hang/p.zip \
     --sig /root/p.zip.sig --dir wedge >/dev/null 2>&1 </dev/null & done'
-for _ in $(seq 36); do  # 6 s and a margin
-    in_journal "Watchdog timeout" --since "@$since" && break
-    sleep 1
-done
+for _ in $(seq 36); do in_journal "Watchdog timeout" --since "@$since" && break; sleep 1; done  # 6 s and a margin
 check "the watchdog caught the wedged host within 36 s" in_journal "Watchdog timeout" --since "@$since"
-ct pkill -x hanging_fs || true  # the stuck threads may end now, and the old process with them
-check "the host serves again" ping
-check "a new host serves" test "$(main_pid)" != "$wedged"
-ct sh -c "rm -r /etc/systemd/system/$unit.d && systemctl daemon-reload"
+# The stuck threads may end now, and the old process with them.
+ct sh -c "pkill -x hanging_fs; rm -r /etc/systemd/system/$unit.d && systemctl daemon-reload"
+check "a new host serves" test "$(ping && main_pid || echo "$wedged")" != "$wedged"
 
 # An upgrade: the same package one version higher, its module changed.
 dpkg-deb -R "$work"/root/debs/helion-promote_*.deb "$work/upgrade"

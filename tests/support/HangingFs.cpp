@@ -1,26 +1,20 @@
 // A file system whose reads never answer, like a hard NFS mount whose server died: every name is
 // a 1 MiB file that opens, and no read ever returns until this program is killed.
-// Usage: hanging_fs MOUNTPOINT (prints "mounted" once it serves)
+// Usage: hanging_fs MOUNTPOINT (as root; prints "mounted" once it serves)
 #define FUSE_USE_VERSION 34
 #include <fuse3/fuse_lowlevel.h>
 #include <sys/stat.h>
 
 #include <cstdio>
 
-namespace {
-
-struct stat attributes(fuse_ino_t inode) {
-    struct stat status {};
-    status.st_ino = inode;
-    status.st_nlink = 1;
-    status.st_mode = inode == FUSE_ROOT_ID ? (S_IFDIR | 0755) : (S_IFREG | 0644);
-    status.st_size = inode == FUSE_ROOT_ID ? 0 : (1 << 20);
-    return status;
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
+    static const auto attributes = [](fuse_ino_t inode) {
+        struct stat status {};
+        status.st_nlink = 1;
+        status.st_mode = inode == FUSE_ROOT_ID ? (S_IFDIR | 0755) : (S_IFREG | 0644);
+        status.st_size = inode == FUSE_ROOT_ID ? 0 : (1 << 20);
+        return status;
+    };
     fuse_lowlevel_ops operations{};
     operations.lookup = [](fuse_req_t request, fuse_ino_t, const char*) {
         fuse_entry_param entry{};
@@ -40,7 +34,6 @@ int main(int argc, char** argv) {
     fuse_args args = FUSE_ARGS_INIT(1, argv);
     fuse_session* session = fuse_session_new(&args, &operations, sizeof(operations), nullptr);
     if (argc != 2 || session == nullptr || fuse_session_mount(session, argv[1]) != 0) {
-        std::fprintf(stderr, "usage: hanging_fs MOUNTPOINT (as root)\n");
         return 1;
     }
     std::printf("mounted\n");
