@@ -11,8 +11,7 @@ import subprocess
 import time
 import unittest
 
-from hostfixture import (HOST, START_TIMEOUT, Host, HostTestCase, promote, tree, wait_for,
-                         write_tree)
+from hostfixture import HOST, START_TIMEOUT, Host, HostTestCase, promote, tree, wait_for, write_tree
 
 GUID = "7c9e6679-7425-40de-944b-e07fc1f90ae7"
 
