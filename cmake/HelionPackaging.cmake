@@ -72,11 +72,14 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME helion-promote)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION net)
-# ldconfig through the trigger; the scripts only let systemd see new or changed units.
+# ldconfig through the trigger; the scripts enable, restart and stop the units as Debian's
+# packaged services do (deb-systemd-helper, deb-systemd-invoke).
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
     "${PROJECT_SOURCE_DIR}/packaging/triggers"
     "${PROJECT_SOURCE_DIR}/packaging/postinst"
+    "${PROJECT_SOURCE_DIR}/packaging/prerm"
     "${PROJECT_SOURCE_DIR}/packaging/postrm")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "init-system-helpers (>= 1.54~)")
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
     "portal management module of the zero-trust access client, with its host
 The HelionPromote module serves one Thrift RPC service that installs signed

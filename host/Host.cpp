@@ -52,6 +52,14 @@ std::optional<Endpoint> Host::httpEndpoint() const {
     return http_->endpoint();
 }
 
+bool Host::rpcAnswers(std::chrono::milliseconds wait) {
+    return rpc_ && rpc_->answers(wait);
+}
+
+std::vector<CallTracker::Running> Host::runningCalls() const {
+    return rpc_ ? rpc_->calls().running() : std::vector<CallTracker::Running>{};
+}
+
 void Host::start() {
     const std::string path =
         options_.modulePath.empty() ? findDefaultModule() : options_.modulePath;

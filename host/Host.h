@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "corvid/IModule.h"
+#include "host/CallTracker.h"
 #include "host/Endpoint.h"
 #include "host/EventBus.h"
 #include "host/RuntimeContext.h"
@@ -61,6 +63,11 @@ public:
 
     /// Delivers an event to the module; false when no module is loaded.
     bool deliverEvent(const std::string& topic, const std::string& content);
+
+    /// Whether RPC workers still get through their work (see RpcServer::answers).
+    bool rpcAnswers(std::chrono::milliseconds wait);
+    /// The RPC calls running now.
+    std::vector<CallTracker::Running> runningCalls() const;
 
     EventBus& eventBus() { return eventBus_; }
     corvid::IModule* module() const { return module_; }

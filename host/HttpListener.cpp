@@ -4,6 +4,7 @@
 
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
@@ -26,6 +27,8 @@ struct HttpListener::Impl {
         : options(options), handler(std::move(handler)) {}
 
     void accept();
+    /// accept() failed for want of something that comes back (descriptors, memory): try later.
+    void retryAccept(const beast::error_code& error);
 
     HttpListenerOptions options;
     Handler handler;
@@ -33,6 +36,8 @@ struct HttpListener::Impl {
     std::atomic<std::size_t> connections{0};
     net::io_context io{1};
     tcp::acceptor acceptor{io};
+    net::steady_timer retry{io};
+    bool acceptFailing = false;
 };
 
 namespace {
@@ -169,17 +174,41 @@ void HttpListener::Impl::accept() {
         if (error == net::error::operation_aborted || !acceptor.is_open()) {
             return;
         }
-        if (!error) {
-            // Programs the module starts must not inherit connections.
-            ::fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
-            if (connections.load() >= options.maxConnections) {
-                beast::error_code ignored;
-                socket.close(ignored);
-            } else {
-                std::make_shared<Session>(std::move(socket), this)->run();
-            }
+        // A connection that went away before it was taken costs nothing to skip.
+        if (error == net::error::connection_aborted || error == net::error::interrupted ||
+            error == net::error::try_again) {
+            return accept();
+        }
+        if (error) {
+            return retryAccept(error);
+        }
+        if (acceptFailing) {
+            acceptFailing = false;
+            HOST_LOG(spdlog::level::info, "accepting HTTP connections again");
+        }
+        // Programs the module starts must not inherit connections.
+        ::fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
+        if (connections.load() >= options.maxConnections) {
+            beast::error_code ignored;
+            socket.close(ignored);
+        } else {
+            std::make_shared<Session>(std::move(socket), this)->run();
         }
         accept();
+    });
+}
+
+void HttpListener::Impl::retryAccept(const beast::error_code& error) {
+    if (!acceptFailing) {
+        acceptFailing = true;
+        HOST_LOG(spdlog::level::err, "HTTP accept() failed: {}; retrying every {} ms",
+                 error.message(), options.acceptRetryPause.count());
+    }
+    retry.expires_after(options.acceptRetryPause);
+    retry.async_wait([this](beast::error_code waited) {
+        if (!waited && acceptor.is_open()) {
+            accept();
+        }
     });
 }
 
@@ -243,6 +272,7 @@ void HttpListener::stop() {
     net::post(impl_->io, [impl = impl_.get()] {
         beast::error_code ignored;
         impl->acceptor.close(ignored);
+        impl->retry.cancel();
     });
     impl_->io.stop();
     if (thread_.joinable()) {

@@ -24,6 +24,8 @@ struct HttpListenerOptions {
     std::chrono::seconds idleTimeout{30};
     /// Connections beyond this are closed at once.
     std::size_t maxConnections = 64;
+    /// How long to wait before accepting again when accept() fails (descriptors ran out).
+    std::chrono::milliseconds acceptRetryPause{250};
 };
 
 class HttpListener {

@@ -4,13 +4,17 @@
 #include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/sinks/systemd_sink.h>
 #include <spdlog/spdlog.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <boost/filesystem.hpp>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -68,6 +72,17 @@ private:
     std::unique_ptr<RotatingFile> file_;
 };
 
+/// Whether stderr is the journal's stream: JOURNAL_STREAM names its device and inode.
+bool stderrIsJournal() {
+    const char* stream = std::getenv("JOURNAL_STREAM");
+    struct stat status {};
+    if (stream == nullptr || ::fstat(STDERR_FILENO, &status) != 0) {
+        return false;
+    }
+    return std::string(stream) ==
+           std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+}
+
 std::shared_ptr<ReopenableFileSink>& fileSink() {
     static std::shared_ptr<ReopenableFileSink> sink;
     return sink;
@@ -94,15 +109,24 @@ std::optional<spdlog::level::level_enum> parseLevel(const std::string& name) {
 }
 
 void initLogging(const LoggingOptions& options) {
+    static const char* const kPattern = "%Y-%m-%d %H:%M:%S.%e %^%l%$ [%t] %v";
     std::vector<spdlog::sink_ptr> sinks;
-    sinks.push_back(std::make_shared<spdlog::sinks::stderr_sink_mt>());
+    if (stderrIsJournal()) {
+        // Each line at its level's priority; time and PID are the journal's own fields.
+        auto journal = std::make_shared<spdlog::sinks::systemd_sink_mt>("helion-host", true);
+        journal->set_pattern("%l [%t] %v");
+        sinks.push_back(std::move(journal));
+    } else {
+        sinks.push_back(std::make_shared<spdlog::sinks::stderr_sink_mt>());
+        sinks.back()->set_pattern(kPattern);
+    }
     fileSink().reset();
     if (!options.file.empty()) {
         fileSink() = std::make_shared<ReopenableFileSink>(options);
+        fileSink()->set_pattern(kPattern);
         sinks.push_back(fileSink());
     }
     auto logger = std::make_shared<spdlog::logger>("helion-host", sinks.begin(), sinks.end());
-    logger->set_pattern("%Y-%m-%d %H:%M:%S.%e %^%l%$ [%t] %v");
     // The shared Logger filters; the spdlog logger passes on whatever reaches it.
     logger->set_level(spdlog::level::trace);
     logger->flush_on(spdlog::level::trace);

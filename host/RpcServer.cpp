@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <thrift/concurrency/FunctionRunner.h>
 #include <thrift/concurrency/ThreadFactory.h>
 #include <thrift/concurrency/ThreadManager.h>
 #include <thrift/protocol/TBinaryProtocol.h>
@@ -119,6 +120,9 @@ void RpcServer::registerProcessor(const char* name, std::shared_ptr<TProcessor>&
             throw std::invalid_argument(std::string("a processor named '") + name +
                                         "' is already registered");
         }
+    }
+    if (!processor->getEventHandler()) {
+        processor->setEventHandler(calls_);
     }
     multiplexer_->registerProcessor(name, processor);
     names_.emplace_back(name);
@@ -239,6 +243,7 @@ void RpcServer::start() {
     auto threads = concurrency::ThreadManager::newSimpleThreadManager(options_.workers);
     threads->threadFactory(std::make_shared<concurrency::ThreadFactory>());
     threads->start();
+    threads_ = threads;
     auto protocols = std::make_shared<protocol::TBinaryProtocolFactory>(
         kMaxRpcStringBytes, kMaxRpcContainerItems, false, true);
     server_ = std::make_shared<server::TThreadPoolServer>(
@@ -279,6 +284,34 @@ void RpcServer::start() {
     }
     HOST_LOG(spdlog::level::info, "serving RPC on {} with {} workers", bound_.str(),
              options_.workers);
+}
+
+bool RpcServer::answers(std::chrono::milliseconds wait) {
+    if (!threads_ || stopping_) {
+        return false;
+    }
+    const auto finishedBefore = calls_->finished();
+    std::unique_lock<std::mutex> lock(probe_->mutex);
+    const auto runsBefore = probe_->runs;
+    // One probe waits at a time: a wedged pool must not collect one per check.
+    if (!probe_->queued) {
+        auto task = apache::thrift::concurrency::FunctionRunner::create([probe = probe_] {
+            std::lock_guard<std::mutex> ranLock(probe->mutex);
+            probe->queued = false;
+            ++probe->runs;
+            probe->ran.notify_all();
+        });
+        try {
+            threads_->add(task);
+            probe_->queued = true;
+        } catch (const apache::thrift::TException&) {
+            return false;  // the pool is stopping
+        }
+    }
+    if (probe_->ran.wait_for(lock, wait, [&] { return probe_->runs != runsBefore; })) {
+        return true;
+    }
+    return calls_->finished() != finishedBefore;
 }
 
 void RpcServer::stop() {

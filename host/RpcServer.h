@@ -2,10 +2,13 @@
 // The host's "RpcServer": one Thrift server multiplexing every processor a module registers.
 
 #include <sys/types.h>
+#include <thrift/concurrency/ThreadManager.h>
 #include <thrift/processor/TMultiplexedProcessor.h>
 #include <thrift/server/TThreadPoolServer.h>
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -18,6 +21,7 @@
 #include <vector>
 
 #include "corvid/IRpcServer.h"
+#include "host/CallTracker.h"
 #include "host/Endpoint.h"
 
 namespace helion::host {
@@ -74,18 +78,35 @@ public:
     /// Stops accepting, ends open connections, waits for the workers, removes the socket file.
     void stop();
 
+    /// Whether the workers still get through their work: a probe task queued behind the
+    /// connections ran, or some call finished, within wait. False when not serving.
+    bool answers(std::chrono::milliseconds wait);
+    /// The calls of every registered processor (unless the module gave it a handler of its own).
+    const CallTracker& calls() const { return *calls_; }
+
     /// The endpoint actually bound (a TCP port 0 becomes the port the system chose).
     const Endpoint& endpoint() const { return bound_; }
     std::vector<std::string> services() const;
 
 private:
+    /// A probe task in the workers' queue, and how many have run.
+    struct ProbeState {
+        std::mutex mutex;
+        std::condition_variable ran;
+        bool queued = false;
+        std::uint64_t runs = 0;
+    };
+
     void prepareUnixPath();
 
     RpcServerOptions options_;
     Endpoint bound_;
     std::shared_ptr<apache::thrift::TMultiplexedProcessor> multiplexer_;
     std::shared_ptr<ServerSocket> socket_;
+    std::shared_ptr<apache::thrift::concurrency::ThreadManager> threads_;
     std::shared_ptr<apache::thrift::server::TThreadPoolServer> server_;
+    std::shared_ptr<CallTracker> calls_ = std::make_shared<CallTracker>();
+    std::shared_ptr<ProbeState> probe_ = std::make_shared<ProbeState>();
     std::thread thread_;
     mutable std::mutex mutex_;
     std::vector<std::string> names_;

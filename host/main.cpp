@@ -9,11 +9,14 @@
 
 #include <CLI/CLI.hpp>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <future>
 #include <iostream>
 #include <optional>
 #include <stdexcept>
+#include <thread>
 #include <vector>
 
 #include "host/Endpoint.h"
@@ -21,6 +24,7 @@
 #include "host/HostLog.h"
 #include "host/Logging.h"
 #include "host/ModuleLibrary.h"
+#include "host/Watchdog.h"
 
 namespace {
 
@@ -28,6 +32,8 @@ constexpr int kExitStartup = 1;
 constexpr int kExitUsage = 2;
 /// Serving ended by itself; a supervisor should start the host again.
 constexpr int kExitServingEnded = 3;
+/// Calls still running when the stop timeout passed were abandoned, the module not unloaded.
+constexpr int kExitAbandoned = 4;
 
 std::atomic<bool> servingEnded{false};
 
@@ -69,6 +75,31 @@ int activatedSocket() {
     return SD_LISTEN_FDS_START;
 }
 
+/// Stops the host, unless calls stuck in the module (a file system that never answers) hold the
+/// stop past timeout: those are logged and the process ends without unloading the module.
+void stopWithin(helion::host::Host& host, std::chrono::seconds timeout) {
+    std::promise<void> stopped;
+    auto done = stopped.get_future();
+    std::thread stopper([&] {
+        host.shutdown();
+        stopped.set_value();
+    });
+    if (done.wait_for(timeout) == std::future_status::ready) {
+        stopper.join();
+        return;
+    }
+    const auto calls = host.runningCalls();
+    for (const auto& call : calls) {
+        HOST_LOG(spdlog::level::err, "abandoning RPC call '{}', running for {} s", call.name,
+                 std::chrono::duration_cast<std::chrono::seconds>(call.elapsed).count());
+    }
+    HOST_LOG(spdlog::level::critical,
+             "the host did not stop within {} s; exiting with {} RPC call(s) abandoned",
+             timeout.count(), calls.size());
+    spdlog::shutdown();
+    std::_Exit(kExitAbandoned);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -84,6 +115,7 @@ int main(int argc, char** argv) {
     std::string logFile;
     std::string socketGroup;
     int requestTimeout = 30;
+    int stopTimeout = 10;
     LoggingOptions logging;
     app.add_option(
         "-m,--module", modulePath,
@@ -100,6 +132,10 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     app.add_option("--request-timeout", requestTimeout,
                    "Seconds a request may take to arrive from its first byte")
+        ->check(CLI::Range(1, 3600))
+        ->capture_default_str();
+    app.add_option("--stop-timeout", stopTimeout,
+                   "Seconds a stop waits for running calls; then they are abandoned (exit 4)")
         ->check(CLI::Range(1, 3600))
         ->capture_default_str();
     app.add_option("--http", http, "Also serve HTTP on ADDRESS:PORT (loopback only)");
@@ -172,6 +208,9 @@ int main(int argc, char** argv) {
         return fail(error.what());
     }
 
+    // Taken while this is the only thread: it changes the environment.
+    const auto watchdogInterval = Watchdog::requested();
+
     // Every thread started from here on inherits the mask; only sigwait below takes the signals.
     sigset_t signals;
     sigemptyset(&signals);
@@ -198,6 +237,11 @@ int main(int argc, char** argv) {
     }
 
     sd_notifyf(0, "READY=1\nSTATUS=Serving RPC on %s", host.rpcEndpoint().str().c_str());
+    std::optional<Watchdog> watchdog;
+    if (watchdogInterval) {
+        watchdog.emplace(*watchdogInterval,
+                         [&host](std::chrono::milliseconds wait) { return host.rpcAnswers(wait); });
+    }
 
     int received = 0;
     for (;;) {
@@ -218,7 +262,8 @@ int main(int argc, char** argv) {
     } else {
         HOST_LOG(spdlog::level::info, "received {}, shutting down", strsignal(received));
     }
-    host.shutdown();
+    watchdog.reset();
+    stopWithin(host, std::chrono::seconds(stopTimeout));
     HOST_LOG(spdlog::level::info, "host stopped");
     return servingEnded ? kExitServingEnded : 0;
 }

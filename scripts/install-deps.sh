@@ -13,6 +13,7 @@ packages=(
     valgrind curl unzip procps util-linux
     help2man dpkg-dev file lintian
     libsystemd-dev systemd
+    libfuse3-dev fuse3 debootstrap systemd-container
 )
 
 missing=()

@@ -1,5 +1,7 @@
 """helion-host under huge or lying requests, descriptor exhaustion, floods of idle or slow clients,
-and killed. In a private PID namespace: it starts the diagnosis tool."""
+workers stuck in a file system that never answers, and killed. In a private PID namespace: it
+starts the diagnosis tool."""
+import contextlib
 import os
 import pathlib
 import re
@@ -7,13 +9,14 @@ import resource
 import signal
 import socket
 import struct
+import subprocess
 import sys
 import time
 import unittest
 
 sys.path.insert(0, os.path.join(os.environ["HELION_SOURCE_DIR"], "tests", "host"))
 
-from hostfixture import HostTestCase, promote, write_tree  # noqa: E402
+from hostfixture import PROMOTE, HostTestCase, promote, wait_for, write_tree  # noqa: E402
 
 TOOL = os.path.join(os.environ["HELION_TEST_RESOURCES_DIR"], "bin", "HelionDiagnosisTool")
 CALL = struct.pack(">I", 0x80010001)  # binary protocol, version 1, a call
@@ -68,15 +71,25 @@ class HostFaults(HostTestCase):
             self.assertTrue(int(fd) < 3 or flags & os.O_CLOEXEC, os.readlink(fds + "/" + fd))
         [connection.close() for connection in idle]
 
+        # Both listeners run out and wait between attempts: a few ticks in these 2 s, where a
+        # spinning one took 200 (95 on a machine loaded 4-fold).
+        port = int(re.search(r"serving HTTP on [^:]+:(\d+)", host.log()).group(1))
         soft, hard = resource.prlimit(pid, resource.RLIMIT_NOFILE)
         resource.prlimit(pid, resource.RLIMIT_NOFILE, (len(os.listdir(fds)) + 2, hard))
-        flood = connect(host.socket, 6)
-        time.sleep(1)
-        self.assertIn("accept() failed: Too many open files", host.log())
+        flood = connect(host.socket, 6) + [socket.create_connection(("127.0.0.1", port))
+                                           for _ in range(6)]
+        wait_for(lambda: "HTTP accept() failed: Too many open files" in host.log(), host.log())
+        ticks = lambda: sum(map(int, pathlib.Path("/proc/%d/stat" % pid).read_text()  # noqa
+                                .rsplit(")", 1)[1].split()[11:13]))  # utime, stime
+        before = ticks()
+        time.sleep(2)
+        self.assertLess(ticks() - before, os.sysconf("SC_CLK_TCK") // 5)
+        self.assertIn("]: accept() failed: Too many open files", host.log())
         [connection.close() for connection in flood]
         resource.prlimit(pid, resource.RLIMIT_NOFILE, (soft, hard))
         # Answered once the host has taken the flood's closed connections from its backlog.
         self.assertEqual(promote(host.endpoint, "ping").returncode, 0)
+        wait_for(lambda: "accepting HTTP connections again" in host.log(), host.log())
         # Two workers and a queue of eight: once the host has let go of the connections before,
         # the eleventh connection and later ones are closed (from the twelfth: the count taken at
         # the start may include the fixture's ping).
@@ -105,6 +118,43 @@ class HostFaults(HostTestCase):
         os.kill(pid, signal.SIGKILL)
         host.process.wait(timeout=20)
         self.start_host()  # the tool still runs, holding none of the old host's descriptors
+
+    def test_stuck_workers_starve_the_watchdog_and_a_stop_abandons_them(self):
+        mount = os.path.join(self.tmp, "hang")  # in the test's private mount namespace
+        os.mkdir(mount)
+        fs = subprocess.Popen([os.environ["HELION_HANGING_FS"], mount], stdout=subprocess.PIPE)
+        self.addCleanup(lambda: fs.kill() or fs.wait())  # fails the reads still pending
+        self.assertEqual(fs.stdout.readline(), b"mounted\n")
+        notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(notify.close)
+        notify.bind(os.path.join(self.tmp, "notify"))
+
+        def fed(seconds):  # what the host told the service manager in the next seconds
+            time.sleep(seconds)
+            messages = ""
+            with contextlib.suppress(BlockingIOError):
+                while True:
+                    messages += notify.recv(4096, socket.MSG_DONTWAIT).decode()
+            return messages
+
+        host = self.start_host(
+            env=dict(os.environ, NOTIFY_SOCKET=notify.getsockname(), WATCHDOG_USEC="400000"),
+            extra=("--workers", "2", "--stop-timeout", "1"))
+        self.assertRegex(fed(1), "READY=1(.|\n)*WATCHDOG=1")
+        signature = os.path.join(write_tree(self.tmp, {"p.sig": bytes(256)}), "p.sig")
+        for _ in range(2):
+            stuck = subprocess.Popen([PROMOTE, "--connect", host.endpoint, "update-portal", "--zip",
+                                      mount + "/p.zip", "--sig", signature, "--dir", "stuck"])
+            self.addCleanup(stuck.kill)
+        wait_for(lambda: "watchdog not fed" in host.log(), host.log())
+        fed(0.5)  # a check that began before both workers were stuck
+        self.assertNotIn("WATCHDOG=1", fed(1.5))
+        host.process.send_signal(signal.SIGTERM)
+        wait_for(lambda: "with 2 RPC call(s) abandoned" in host.log(), host.log())
+        self.assertEqual(host.log().count("abandoning RPC call 'SdpPromoteService.updatePortal'"), 2)
+        fs.kill()  # the stuck threads can end now, and with them the process
+        self.assertEqual(host.process.wait(timeout=60), 4)
+        self.assertIn("STOPPING=1", fed(0.1))
 
 
 if __name__ == "__main__":

@@ -52,6 +52,13 @@ def portal(*args, **kwargs):
     return run(PORTAL, *args, **kwargs)
 
 
+
+def wait_for(condition, what):
+    deadline = time.monotonic() + START_TIMEOUT
+    while not condition():
+        assert time.monotonic() < deadline, "timed out waiting for " + what
+        time.sleep(0.05)
+
 class Host:
     """One helion-host child process. Its log goes to a file, never a pipe: the diagnosis tool
     it may launch inherits the descriptors and would keep a pipe open."""

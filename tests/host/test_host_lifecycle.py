@@ -1,4 +1,5 @@
-"""helion-host as a process: lifecycle, signals, logs, service manager, HTTP, endpoints, errors."""
+"""helion-host as a process: lifecycle, signals, logs, HTTP, endpoints, errors (the service manager:
+faults.host and packaging.deploy)."""
 import grp
 import os
 import re
@@ -10,20 +11,13 @@ import subprocess
 import time
 import unittest
 
-from hostfixture import HOST, START_TIMEOUT, Host, HostTestCase, promote, tree, write_tree
+from hostfixture import HOST, START_TIMEOUT, Host, HostTestCase, promote, tree, wait_for, write_tree
 
 GUID = "7c9e6679-7425-40de-944b-e07fc1f90ae7"
 
 
 def mode(path):
     return stat.S_IMODE(os.lstat(path).st_mode)
-
-
-def wait_for(condition, what):
-    deadline = time.monotonic() + START_TIMEOUT
-    while not condition():
-        assert time.monotonic() < deadline, "timed out waiting for " + what
-        time.sleep(0.05)
 
 
 class Journeys(HostTestCase):
@@ -43,19 +37,13 @@ class Journeys(HostTestCase):
 
     def test_one_run_logs_notifies_answers_http_and_unloads_in_order(self):
         self.addCleanup(os.umask, os.umask(0))  # what the host creates is private by itself
-        notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self.addCleanup(notify.close)
-        notify.bind(os.path.join(self.tmp, "notify"))
-        notify.settimeout(START_TIMEOUT)
         logs = os.path.join(self.tmp, "logs")
         path = os.path.join(logs, "host.log")
         # Each long event logs its topic twice: 12 KB of lines, rotated at 1 KiB, two files kept.
         host = self.start_host(
-            env=dict(os.environ, NOTIFY_SOCKET=os.path.join(self.tmp, "notify")),
             extra=("--http", "127.0.0.1:0", "--log-file", path, "--log-max-size", "1KiB",
                    "--log-max-files", "2", "--event", "portal.changed=main", "--event", "t2=a=b")
             + ("--event", "t" * 500 + "=x") * 12)
-        self.assertIn("READY=1", notify.recv(4096).decode())
         self.assertEqual(mode(host.socket), 0o600)
         port = int(re.search(r"serving HTTP on [^:]+:(\d+)", host.log()).group(1))
         body = os.path.join(write_tree(self.tmp, {"body": b"x" * (2 << 20)}), "body")
@@ -72,7 +60,6 @@ class Journeys(HostTestCase):
         wait_for(lambda: os.path.exists(path), "a reopened log file")
         self.assertEqual(promote(host.endpoint, "ping").returncode, 0)
         self.assertEqual(host.stop(), 0)
-        self.assertIn("STOPPING=1", notify.recv(4096).decode())
         self.assertFalse(os.path.exists(host.socket), "the socket file outlived the host")
         lines = ["module GUID: " + GUID, "module priority: 0",
                  '"name":"HelionPromote","version":"2.2.16.1"', "module routes (0): []",
@@ -115,18 +102,6 @@ class Journeys(HostTestCase):
         write_tree(self.tmp, {"promote.sock": b"keep me"})
         self.failed_start("is not a socket")
         self.assertEqual(tree(self.tmp)["promote.sock"], b"keep me")
-
-        # Socket activation: the host serves the socket it was passed.
-        path = os.path.join(self.tmp, "activated.sock")
-        host = Host(self.tmp, listen="", env=env)
-        host.args[:0] = ["systemd-socket-activate", "-l", path]
-        self.addCleanup(host.reap)
-        host.launch()
-        wait_for(lambda: os.path.exists(path), "the activation socket")
-        result = promote("unix:" + path, "--timeout", "10", "ping")
-        self.assertEqual((result.returncode, result.stdout.strip()), (0, '{"result":true}'))
-        self.assertIn("serving RPC on unix:" + path, host.log())
-        self.assertEqual(host.stop(), 0)
 
     def test_start_up_and_usage_errors(self):
         self.start_host(module=None).stop()  # this tree's program finds this tree's module
