@@ -19,8 +19,8 @@
 #include <utility>
 #include <vector>
 
-#include "faults/FaultSupport.h"
 #include "portal/PortalFixture.h"
+#include "support/FaultSupport.h"
 
 namespace {
 

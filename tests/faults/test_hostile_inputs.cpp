@@ -15,10 +15,10 @@
 #include <thread>
 
 #include "SdpPromote/SdpPromoteServiceImpl.h"
-#include "faults/FaultSupport.h"
 #include "portal/PortalFixture.h"
 #include "process/CmdPopen.h"
 #include "process/ProcessControl.h"
+#include "support/FaultSupport.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <boost/filesystem.hpp>
 
 #include "SdpPromote/SdpPromoteServiceImpl.h"
-#include "faults/FaultSupport.h"
 #include "portal/PortalFixture.h"
+#include "support/FaultSupport.h"
 #include "support/InProcessRpc.h"
 
 namespace {

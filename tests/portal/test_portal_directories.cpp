@@ -5,8 +5,8 @@
 
 #include <algorithm>
 
-#include "faults/FaultSupport.h"
 #include "portal/PortalFixture.h"
+#include "support/FaultSupport.h"
 #include "support/ServiceAccess.h"
 
 namespace {

@@ -1,8 +1,8 @@
 // updatePortal on the test portal root: envelopes, log lines and what is left on disk.
 #include <gtest/gtest.h>
 
-#include "faults/FaultSupport.h"
 #include "portal/PortalFixture.h"
+#include "support/FaultSupport.h"
 
 namespace {
 
