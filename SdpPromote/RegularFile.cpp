@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "SdpPromote/InstalledModes.h"
-#include "SdpPromote/platform/LargePages.h"
 #include "SdpPromote/PortalPath.h"
+#include "SdpPromote/platform/LargePages.h"
 
 namespace corvid::portal {
 namespace {

@@ -29,6 +29,5 @@ RTTR_REGISTRATION {
         "corvid::sdp_promote::delPortalDirReq::DelPortalDirReq")
         .constructor<>()
         // Bound in place (io::from_json fills it through the pointer), not copied twice.
-        .property(keys::kPortalDirs, &DelPortalDirReq::portalDirs)(
-            rttr::policy::prop::bind_as_ptr);
+        .property(keys::kPortalDirs, &DelPortalDirReq::portalDirs)(rttr::policy::prop::bind_as_ptr);
 }
