@@ -7,12 +7,12 @@
 #include <openssl/rsa.h>
 
 #include <boost/filesystem.hpp>
-#include <memory>
 
 #include "SdpPromote/BuildConstants.h"
 #include "SdpPromote/RegularFile.h"
 #include "SdpPromote/SdpPromoteServiceImpl.h"
 #include "common/Log.h"
+#include "common/OpenSslPtr.h"
 
 namespace corvid {
 
@@ -25,18 +25,9 @@ constexpr const char* kCryptoTag = "Tag null";
 // Modulus size of the signing key: the signature is always this long.
 constexpr std::size_t kSignatureLength = 256;
 
-struct BioFree {
-    void operator()(BIO* bio) const noexcept { BIO_free(bio); }
-};
-struct PkeyFree {
-    void operator()(EVP_PKEY* key) const noexcept { EVP_PKEY_free(key); }
-};
-struct PkeyCtxFree {
-    void operator()(EVP_PKEY_CTX* ctx) const noexcept { EVP_PKEY_CTX_free(ctx); }
-};
-using BioPtr = std::unique_ptr<BIO, BioFree>;
-using PkeyPtr = std::unique_ptr<EVP_PKEY, PkeyFree>;
-using PkeyCtxPtr = std::unique_ptr<EVP_PKEY_CTX, PkeyCtxFree>;
+using openssl::BioPtr;
+using openssl::PkeyCtxPtr;
+using openssl::PkeyPtr;
 
 PkeyPtr generateRSA(const std::string& publicKeyData) {
     BioPtr bio(BIO_new_mem_buf(publicKeyData.c_str(), -1));

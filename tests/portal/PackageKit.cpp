@@ -59,7 +59,7 @@ Pkey otherPrivateKey() {
 }
 
 std::string sign(const std::string& data, EVP_PKEY* key, const EVP_MD* md, bool pss) {
-    std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> ctx(EVP_MD_CTX_new(), EVP_MD_CTX_free);
+    corvid::openssl::MdCtxPtr ctx(EVP_MD_CTX_new());
     EVP_PKEY_CTX* pctx = nullptr;
     std::size_t length = 0;
     if (EVP_DigestSignInit(ctx.get(), &pctx, md, nullptr, key) != 1 ||

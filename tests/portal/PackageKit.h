@@ -4,9 +4,10 @@
 
 #include <openssl/evp.h>
 
-#include <memory>
 #include <string>
 #include <vector>
+
+#include "common/OpenSslPtr.h"
 
 namespace helion::test {
 
@@ -26,10 +27,7 @@ std::string deflateOpenEnded(const std::string& data);
 /// Writes entries, in order, as a new archive at path.
 void writeZip(const std::string& path, const std::vector<ZipEntry>& entries);
 
-struct PkeyFree {
-    void operator()(EVP_PKEY* key) const noexcept { EVP_PKEY_free(key); }
-};
-using Pkey = std::unique_ptr<EVP_PKEY, PkeyFree>;
+using Pkey = corvid::openssl::PkeyPtr;
 
 /// The development private key whose public half the test module is built with.
 Pkey devPrivateKey();

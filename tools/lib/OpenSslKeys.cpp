@@ -14,10 +14,7 @@ namespace {
 
 constexpr std::size_t kMaxKeyFileBytes = 64 * 1024;
 
-struct BioFree {
-    void operator()(BIO* bio) const { BIO_free(bio); }
-};
-using BioPtr = std::unique_ptr<BIO, BioFree>;
+using corvid::openssl::BioPtr;
 
 std::string drain(BIO* bio) {
     char* data = nullptr;

@@ -3,15 +3,13 @@
 
 #include <openssl/evp.h>
 
-#include <memory>
 #include <string>
+
+#include "common/OpenSslPtr.h"
 
 namespace helion::tools {
 
-struct PkeyFree {
-    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-};
-using PkeyPtr = std::unique_ptr<EVP_PKEY, PkeyFree>;
+using corvid::openssl::PkeyPtr;
 
 /// The module verifies exactly this: RSA-2048 signatures of 256 bytes.
 inline constexpr int kPortalKeyBits = 2048;

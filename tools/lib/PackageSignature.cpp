@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cstring>
-#include <memory>
 #include <vector>
 
 #include "tools/lib/FileIo.h"
@@ -16,17 +15,9 @@ namespace helion::tools {
 
 namespace {
 
-struct MdCtxFree {
-    void operator()(EVP_MD_CTX* ctx) const { EVP_MD_CTX_free(ctx); }
-};
-using MdCtxPtr = std::unique_ptr<EVP_MD_CTX, MdCtxFree>;
-
-struct PkeyCtxFree {
-    void operator()(EVP_PKEY_CTX* ctx) const { EVP_PKEY_CTX_free(ctx); }
-};
-struct X509SigFree {
-    void operator()(X509_SIG* sig) const { X509_SIG_free(sig); }
-};
+using corvid::openssl::MdCtxPtr;
+using corvid::openssl::PkeyCtxPtr;
+using corvid::openssl::X509SigPtr;
 
 /// DER of a SHA-256 DigestInfo up to the digest itself: what the module's check expects.
 constexpr std::array<unsigned char, 19> kSha256DigestInfoPrefix = {
@@ -83,7 +74,7 @@ MdCtxPtr newDigestContext() {
 /// What the signature holds once the key's padding is taken off; empty when it does not open
 /// under the key.
 std::string recoverDigestInfo(const unsigned char* signature, EVP_PKEY* key) {
-    std::unique_ptr<EVP_PKEY_CTX, PkeyCtxFree> ctx(EVP_PKEY_CTX_new(key, nullptr));
+    PkeyCtxPtr ctx(EVP_PKEY_CTX_new(key, nullptr));
     std::string recovered(kSignatureBytes, '\0');
     std::size_t length = recovered.size();
     if (!ctx || EVP_PKEY_verify_recover_init(ctx.get()) != 1 ||
@@ -102,8 +93,7 @@ std::string recoverDigestInfo(const unsigned char* signature, EVP_PKEY* key) {
 /// The digest algorithm a DigestInfo names ("SHA1", "1.2.3.4"), or empty if it is none.
 std::string digestName(const std::string& digestInfo) {
     const auto* cursor = reinterpret_cast<const unsigned char*>(digestInfo.data());
-    std::unique_ptr<X509_SIG, X509SigFree> info(
-        d2i_X509_SIG(nullptr, &cursor, static_cast<long>(digestInfo.size())));
+    X509SigPtr info(d2i_X509_SIG(nullptr, &cursor, static_cast<long>(digestInfo.size())));
     if (!info) {
         takeOpenSslErrors();
         return {};
