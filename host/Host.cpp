@@ -8,6 +8,7 @@
 #include "host/HttpListener.h"
 #include "host/ModuleLibrary.h"
 #include "host/RpcServer.h"
+#include "host/StartupError.h"
 
 namespace helion::host {
 

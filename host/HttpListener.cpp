@@ -13,7 +13,7 @@
 #include <optional>
 
 #include "host/HostLog.h"
-#include "host/ModuleLibrary.h"
+#include "host/StartupError.h"
 
 namespace helion::host {
 

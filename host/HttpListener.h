@@ -38,7 +38,7 @@ public:
     HttpListener(const HttpListener&) = delete;
     HttpListener& operator=(const HttpListener&) = delete;
 
-    /// Binds and listens; throws StartupError (see ModuleLibrary.h) with a one-line reason.
+    /// Binds and listens; throws StartupError with a one-line reason.
     void bind();
     /// Accepts and serves on a background thread. Requires bind().
     void start();

@@ -4,6 +4,8 @@
 
 #include <boost/filesystem.hpp>
 
+#include "host/StartupError.h"
+
 namespace helion::host {
 
 namespace fs = boost::filesystem;

@@ -1,19 +1,12 @@
 #pragma once
 // A module library opened the way the client's host opens one: dlopen, then the two entry points.
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "corvid/IModule.h"
 
 namespace helion::host {
-
-/// A start-up problem the operator has to fix; its text is the one line the host prints.
-class StartupError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
 
 class ModuleLibrary {
 public:

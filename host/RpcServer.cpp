@@ -20,9 +20,9 @@
 #include <stdexcept>
 
 #include "host/HostLog.h"
-#include "host/ModuleLibrary.h"
 #include "host/RequestDeadline.h"
 #include "host/ServerSocket.h"
+#include "host/StartupError.h"
 
 namespace helion::host {
 

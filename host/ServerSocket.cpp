@@ -15,7 +15,7 @@
 #include <cstring>
 
 #include "host/HostLog.h"
-#include "host/ModuleLibrary.h"
+#include "host/StartupError.h"
 
 namespace helion::host {
 

@@ -23,7 +23,7 @@
 #include "host/Host.h"
 #include "host/HostLog.h"
 #include "host/Logging.h"
-#include "host/ModuleLibrary.h"
+#include "host/StartupError.h"
 #include "host/Watchdog.h"
 
 namespace {
