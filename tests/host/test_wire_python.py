@@ -1,9 +1,10 @@
 """The wire contract through a second Thrift implementation (python3-thrift, stubs from the same
 IDL) over the multiplexed binary protocol; load_driver.py drives the portal methods this way."""
+import json
 import sys
 import unittest
 
-from hostfixture import PY_GEN_DIR, SharedHostTestCase
+from hostfixture import PY_GEN_DIR, SharedHostTestCase, envelope
 
 sys.path.insert(0, PY_GEN_DIR)
 
@@ -47,6 +48,16 @@ class WireContract(SharedHostTestCase):
         for method in (self.service.IsRpcStatusNormal, self.service.StartDiagnosisTool,
                        self.service.reLaunchTool):
             self.assertIs(method(), True)
+
+    def test_requests_of_a_few_kilobytes_get_their_answer(self):
+        # Paths of thousands of bytes are legal: the server's string limit must let them through.
+        deep = "/nonexistent" + "/dir" * 1000
+        for method, code, message in ((self.service.copyPortalDir, 7, "source file not exist"),
+                                      (self.service.updatePortal, 1, "verify signature error")):
+            with self.subTest(method=method.__name__):
+                answer = method(json.dumps({"srcDir": deep, "srcZip": deep + ".zip",
+                                            "signFile": deep + ".sig", "portalDir": "p"}))
+                self.assertEqual(answer, envelope(code, message))
 
     def test_unknown_method_or_service_is_refused_and_the_connection_survives(self):
         protocol = self.client.protocol
