@@ -104,7 +104,10 @@ class HelionPortal(HostTestCase):
         os.makedirs(os.path.join(empty, "sub"))
         linked = write_tree(os.path.join(self.tmp, "linked"), {"index.html": b"<p>"})
         os.symlink("/etc/passwd", os.path.join(linked, "link.css"))
-        long_name = write_tree(os.path.join(self.tmp, "long"), {"d" * 200 + "/" + "f" * 60: b"x"})
+        # Entry names of 255 bytes are the longest the module extracts.
+        at_limit = write_tree(os.path.join(self.tmp, "at-limit"), {"d" * 200 + "/" + "f" * 54: b"x"})
+        self.assertEqual(portal("pack", at_limit, "-o", at_limit + ".zip").returncode, OK)
+        long_name = write_tree(os.path.join(self.tmp, "long"), {"d" * 200 + "/" + "f" * 55: b"x"})
         for source, reason in ((empty, "no files"), (linked, "not a regular file"),
                                (long_name, "longer than 255")):
             with self.subTest(reason=reason):
