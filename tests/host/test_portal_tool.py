@@ -67,8 +67,11 @@ class HelionPortal(HostTestCase):
         self.assertEqual((result.returncode, "--force" in result.stderr), (NO, True))
         self.assertEqual(portal("keygen", "-o", out, "--force").returncode, OK)
         self.assertNotEqual(portal("fingerprint", "--pub", public).stdout, first)
-        for args in ((), ("--private", "x.pem")):  # keygen needs a destination
-            self.assertEqual(portal("keygen", *args).returncode, USAGE)
+        # keygen needs one destination: a directory, or both files.
+        for args in ((), ("--private", "x.pem"), ("--public", "y.pem"),
+                     ("-o", out, "--private", "x.pem", "--public", "y.pem")):
+            self.assertEqual(portal("keygen", *args, cwd=self.tmp).returncode, USAGE)
+        self.assertNotIn("x.pem", os.listdir(self.tmp))
         # One file named twice would keep only the public key; a failed keygen leaves nothing.
         os.symlink("k.pem", os.path.join(self.tmp, "link.pem"))
         before = sorted(os.listdir(self.tmp))
