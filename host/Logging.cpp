@@ -9,7 +9,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <boost/filesystem.hpp>
 #include <cstdlib>
 #include <memory>
@@ -90,22 +89,14 @@ std::shared_ptr<ReopenableFileSink>& fileSink() {
 
 }  // namespace
 
-std::optional<spdlog::level::level_enum> parseLevel(const std::string& name) {
-    static const std::array<std::pair<const char*, spdlog::level::level_enum>, 7> names{{
-        {"trace", spdlog::level::trace},
-        {"debug", spdlog::level::debug},
-        {"info", spdlog::level::info},
-        {"warn", spdlog::level::warn},
-        {"err", spdlog::level::err},
-        {"critical", spdlog::level::critical},
+const std::vector<std::pair<std::string, spdlog::level::level_enum>>& levelNames() {
+    static const std::vector<std::pair<std::string, spdlog::level::level_enum>> names{
+        {"trace", spdlog::level::trace}, {"debug", spdlog::level::debug},
+        {"info", spdlog::level::info},   {"warn", spdlog::level::warn},
+        {"err", spdlog::level::err},     {"critical", spdlog::level::critical},
         {"off", spdlog::level::off},
-    }};
-    for (const auto& [text, level] : names) {
-        if (name == text) {
-            return level;
-        }
-    }
-    return std::nullopt;
+    };
+    return names;
 }
 
 void initLogging(const LoggingOptions& options) {

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace helion::host {
 
@@ -18,8 +20,8 @@ struct LoggingOptions {
     std::size_t fileCount = 3;
 };
 
-/// "trace", "debug", "info", "warn", "err", "critical" or "off"; nullopt otherwise.
-std::optional<spdlog::level::level_enum> parseLevel(const std::string& name);
+/// The level names the host's options accept, most verbose first, each with its level.
+const std::vector<std::pair<std::string, spdlog::level::level_enum>>& levelNames();
 
 /// Installs a console (stderr) logger, plus the rotating file when asked, into the shared Logger.
 /// Throws spdlog::spdlog_ex when the file cannot be opened.

@@ -25,11 +25,12 @@
 #include "host/Logging.h"
 #include "host/StartupError.h"
 #include "host/Watchdog.h"
+#include "tools/cli/CommandLine.h"
 
 namespace {
 
+using helion::cli::kExitUsage;
 constexpr int kExitStartup = 1;
-constexpr int kExitUsage = 2;
 /// Serving ended by itself; a supervisor should start the host again.
 constexpr int kExitServingEnded = 3;
 /// Calls still running when the stop timeout passed were abandoned, the module not unloaded.
@@ -111,7 +112,6 @@ int main(int argc, char** argv) {
     std::size_t workers = 8;
     std::string http;
     std::vector<std::string> events;
-    std::string levelName = "info";
     std::string logFile;
     std::string socketGroup;
     int requestTimeout = 30;
@@ -141,9 +141,12 @@ int main(int argc, char** argv) {
     app.add_option("--http", http, "Also serve HTTP on ADDRESS:PORT (loopback only)");
     app.add_option("-e,--event", events, "Deliver TOPIC=CONTENT to the module once it is loaded")
         ->type_name("TOPIC=CONTENT");
-    app.add_option("--log-level", levelName, "trace|debug|info|warn|err|critical|off")
-        ->check(CLI::IsMember({"trace", "debug", "info", "warn", "err", "critical", "off"}))
-        ->capture_default_str();
+    // Membership first, so that only names pass (a checked transformer takes level numbers too).
+    app.add_option("--log-level", logging.level, "How much to log")
+        ->transform(CLI::Transformer(levelNames()).description(""))
+        ->transform(CLI::IsMember(levelNames()))
+        ->type_name("LEVEL")
+        ->default_str("info");
     app.add_option("--log-file", logFile,
                    "Also log to this file (created 0600; SIGHUP reopens it)");
     app.add_option("--log-max-size", logging.fileMaxBytes, "Rotate the log file at this size")
@@ -155,13 +158,8 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     app.set_version_flag("--version", HELION_HOST_VERSION);
 
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& success) {
-        return app.exit(success);
-    } catch (const CLI::ParseError& error) {
-        app.exit(error);
-        return kExitUsage;
+    if (const auto status = helion::cli::parseCommandLine(app, argc, argv)) {
+        return *status;
     }
 
     HostOptions options;
@@ -192,7 +190,6 @@ int main(int argc, char** argv) {
         options.events.emplace_back(event.substr(0, equals), event.substr(equals + 1));
     }
 
-    logging.level = *parseLevel(levelName);
     logging.file = logFile;
     try {
         initLogging(logging);

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <iostream>
 
-#include "tools/lib/CommandLine.h"
+#include "tools/cli/CommandLine.h"
 #include "tools/lib/FileIo.h"
 #include "tools/lib/OpenSslKeys.h"
 #include "tools/lib/PackageSignature.h"
@@ -15,6 +15,7 @@
 namespace {
 
 using namespace helion::tools;
+using namespace helion::cli;
 
 constexpr int kExitFailed = 1;
 /// verify: the files or the key could not be read, so there is no verdict either way.

@@ -9,8 +9,8 @@
 #include <iostream>
 
 #include "host/Endpoint.h"
+#include "tools/cli/CommandLine.h"
 #include "tools/lib/ClientChecks.h"
-#include "tools/lib/CommandLine.h"
 #include "tools/lib/FileIo.h"
 #include "tools/lib/OpenSslKeys.h"
 #include "tools/lib/RequestJson.h"
@@ -22,7 +22,8 @@ namespace {
 using helion::tools::ServiceConnection;
 using Service = corvid::rpc::thrift::SdpPromoteServiceClient;
 
-using helion::tools::kExitUsage;
+using helion::cli::kExitUsage;
+using helion::cli::parseCommandLine;
 constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUnreachable = 3;

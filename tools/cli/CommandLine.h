@@ -5,7 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <optional>
 
-namespace helion::tools {
+namespace helion::cli {
 
 /// Exit status of a usage error, the same in every program.
 inline constexpr int kExitUsage = 2;
@@ -31,4 +31,4 @@ inline std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv)
     }
 }
 
-}  // namespace helion::tools
+}  // namespace helion::cli
