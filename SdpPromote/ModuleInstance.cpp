@@ -70,6 +70,7 @@ void ModuleInstance::moduleWillLoadFinished(corvid::IRunTimeContext* context) {
         .print_current_val(context, "context")
         .fatal("The context cann't be nullable");
     context_ = context;
+    corvid::details::EventCenter::shared().connectHost(context);
     try {
         auto* rpcServer =
             static_cast<corvid::IRpcServer*>(context->queryService(corvid::kRpcServerService));

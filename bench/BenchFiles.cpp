@@ -1,4 +1,4 @@
-#include "bench/BenchFiles.h"
+#include "BenchFiles.h"
 
 #include <boost/filesystem.hpp>
 #include <fstream>

@@ -5,9 +5,9 @@
 #include <boost/filesystem.hpp>
 #include <string>
 
+#include "BenchFiles.h"
 #include "SdpPromote/SdpPromoteServiceImpl.h"
-#include "bench/BenchFiles.h"
-#include "tests/support/ServiceAccess.h"
+#include "support/ServiceAccess.h"
 #include "tools/lib/FileIo.h"
 #include "tools/lib/PackageWriter.h"
 

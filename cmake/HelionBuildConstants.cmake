@@ -62,6 +62,7 @@ function(helion_build_constants target)
     set(out "${CMAKE_CURRENT_BINARY_DIR}/${target}/BuildConstants.cpp")
     configure_file("${PROJECT_SOURCE_DIR}/cmake/BuildConstants.cpp.in" "${out}" @ONLY)
     add_library(${target} OBJECT "${out}")
-    target_link_libraries(${target} PRIVATE helion_settings)
+    # Defines what SdpPromote/BuildConstants.h declares.
+    target_link_libraries(${target} PRIVATE helion_settings helion_sdp_promote)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${ARG_PUBLIC_KEY}")
 endfunction()

@@ -8,8 +8,6 @@ target_compile_options(helion_settings INTERFACE
 if(HELION_POSIX_FALLBACKS)
     target_compile_definitions(helion_settings INTERFACE HELION_POSIX_FALLBACKS)
 endif()
-target_include_directories(helion_settings INTERFACE
-    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
 
 if(HELION_SANITIZERS)
     target_compile_options(helion_settings INTERFACE
@@ -26,9 +24,27 @@ if(HELION_BUILD_FUZZ)
     target_compile_options(helion_settings INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
-# helion_library(NAME <target> [OBJECT|SHARED] SOURCES ... DEPS ...): one library per folder.
+# helion_include_as(<target> <folder>): the target's headers, and only they, as "<folder>/X.h".
+# Each target gets a directory of its own holding a link to its folder, so that including a
+# header of a target that is not linked fails to compile instead of reaching across the layers.
+function(helion_include_as target folder)
+    set(root "${PROJECT_BINARY_DIR}/include/${target}")
+    get_filename_component(parent "${root}/${folder}" DIRECTORY)
+    file(MAKE_DIRECTORY "${parent}")
+    file(CREATE_LINK "${PROJECT_SOURCE_DIR}/${folder}" "${root}/${folder}" SYMBOLIC)
+    get_target_property(kind ${target} TYPE)
+    if(kind STREQUAL "INTERFACE_LIBRARY")
+        target_include_directories(${target} INTERFACE $<BUILD_INTERFACE:${root}>)
+    else()
+        target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${root}>)
+    endif()
+endfunction()
+
+# helion_library(NAME <target> [OBJECT|SHARED] [INCLUDE_AS <folder>|NONE] SOURCES ... DEPS ...):
+# one library per folder, its headers included as "<folder>/X.h", by default the folder it is
+# declared in.
 function(helion_library name)
-    cmake_parse_arguments(ARG "OBJECT;SHARED" "" "SOURCES;DEPS;PRIVATE_DEPS" ${ARGN})
+    cmake_parse_arguments(ARG "OBJECT;SHARED" "INCLUDE_AS" "SOURCES;DEPS;PRIVATE_DEPS" ${ARGN})
     set(kind STATIC)
     if(ARG_OBJECT)
         set(kind OBJECT)
@@ -37,6 +53,12 @@ function(helion_library name)
     endif()
     add_library(${name} ${kind} ${ARG_SOURCES})
     target_link_libraries(${name} PUBLIC helion_settings ${ARG_DEPS} PRIVATE ${ARG_PRIVATE_DEPS})
+    if(NOT ARG_INCLUDE_AS)
+        file(RELATIVE_PATH ARG_INCLUDE_AS "${PROJECT_SOURCE_DIR}" "${CMAKE_CURRENT_SOURCE_DIR}")
+    endif()
+    if(NOT ARG_INCLUDE_AS STREQUAL "NONE")
+        helion_include_as(${name} "${ARG_INCLUDE_AS}")
+    endif()
 endfunction()
 
 # helion_module(<target> <constants-target> [OUTPUT_NAME name]): the loadable module over one

@@ -1,16 +1,22 @@
 #pragma once
 // In-process fan-out of host events, and the way out to the host's event bus.
 
+#include <atomic>
 #include <boost/signals2/signal.hpp>
 #include <map>
 #include <mutex>
 #include <string>
 
+namespace corvid {
+class IRunTimeContext;
+}
+
 namespace corvid::details {
 
 class EventCenter {
 public:
-    using Signal = boost::signals2::signal<void(const std::string& topic, const std::string& content)>;
+    using Signal =
+        boost::signals2::signal<void(const std::string& topic, const std::string& content)>;
 
     /// The process-wide event center.
     static EventCenter& shared();
@@ -21,6 +27,8 @@ public:
 
     /// Publishes to the host's "EventBus"; false when the module is not loaded or there is no bus.
     static bool broadcast(const char* topic, const char* content);
+    /// The way out for broadcast: the host's runtime context, handed over as the module loads.
+    void connectHost(IRunTimeContext* context) { hostContext_ = context; }
 
     /// Subscribes to every topic.
     boost::signals2::connection subscribeAll(const Signal::slot_type& slot);
@@ -35,6 +43,8 @@ private:
     std::map<std::string, Signal> topicSignals_;
     Signal allTopics_;
     mutable std::recursive_mutex mutex_;
+    /// Read by broadcast without the mutex, which only guards the signals.
+    std::atomic<IRunTimeContext*> hostContext_{nullptr};
 };
 
 }  // namespace corvid::details

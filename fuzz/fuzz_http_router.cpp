@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "http/HttpRouter.h"
-#include "tests/support/FakeHttp.h"
+#include "support/FakeHttp.h"
 
 namespace {
 

@@ -15,9 +15,9 @@
 #include <memory>
 #include <string>
 
+#include "FuzzSupport.h"
 #include "SdpPromote/SdpPromoteServiceImpl.h"
-#include "fuzz/FuzzSupport.h"
-#include "host/RpcServer.h"
+#include "rpc/RpcLimits.h"
 
 namespace {
 
@@ -78,8 +78,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::make_shared<TMemoryBuffer>(const_cast<uint8_t*>(data), static_cast<uint32_t>(size));
     auto outBuffer = std::make_shared<TMemoryBuffer>();
     // Read with the reference host's limits, as a real connection is.
-    auto in = std::make_shared<TBinaryProtocol>(inBuffer, helion::host::kMaxRpcStringBytes,
-                                                helion::host::kMaxRpcContainerItems, false, true);
+    auto in = std::make_shared<TBinaryProtocol>(inBuffer, helion::rpc::kMaxRpcStringBytes,
+                                                helion::rpc::kMaxRpcContainerItems, false, true);
     auto out = std::make_shared<TBinaryProtocol>(outBuffer);
     try {
         processor->process(in, out, nullptr);

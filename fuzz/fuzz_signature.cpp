@@ -10,9 +10,9 @@
 #include <cstring>
 #include <string>
 
+#include "FuzzSupport.h"
 #include "SdpPromote/SdpPromoteServiceImpl.h"
-#include "tests/support/ServiceAccess.h"
-#include "fuzz/FuzzSupport.h"
+#include "support/ServiceAccess.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include <cstdint>
 #include <string>
 
+#include "FuzzSupport.h"
 #include "SdpPromote/SdpPromoteServiceImpl.h"
-#include "tests/support/ServiceAccess.h"
-#include "fuzz/FuzzSupport.h"
+#include "support/ServiceAccess.h"
 
 namespace {
 

@@ -23,6 +23,7 @@
 #include "host/RequestDeadline.h"
 #include "host/ServerSocket.h"
 #include "host/StartupError.h"
+#include "rpc/RpcLimits.h"
 
 namespace helion::host {
 
@@ -245,7 +246,7 @@ void RpcServer::start() {
     threads->start();
     threads_ = threads;
     auto protocols = std::make_shared<protocol::TBinaryProtocolFactory>(
-        kMaxRpcStringBytes, kMaxRpcContainerItems, false, true);
+        rpc::kMaxRpcStringBytes, rpc::kMaxRpcContainerItems, false, true);
     server_ = std::make_shared<server::TThreadPoolServer>(
         multiplexer_, socket_,
         std::make_shared<RequestDeadlineTransportFactory>(
