@@ -1,9 +1,11 @@
 // Package signatures made here with the development key and others, checked by the module.
 #include <gtest/gtest.h>
+#include <openssl/err.h>
 
 #include "portal/PackageKit.h"
 #include "support/ServiceAccess.h"
 #include "support/TestSupport.h"
+#include "tools/lib/PackageSignature.h"
 
 namespace {
 
@@ -20,7 +22,14 @@ protected:
     bool verifyWith(const std::string& signature, const std::string& package) {
         dir_.write("package.zip", package);
         const auto signPath = dir_.write("package.sig", signature);
-        return Access::verifySignature(service_, zipPath_, signPath);
+        const bool verified = Access::verifySignature(service_, zipPath_, signPath);
+        // What a failed check pushed on this thread's error queue must not outlive it: the host's
+        // next OpenSSL call would read it as its own.
+        EXPECT_EQ(ERR_peek_error(), 0ul) << "left by the module";
+        // The tool promises the module's verdict, and leaves the queue as clean.
+        EXPECT_EQ(helion::tools::verifyPackageFile(zipPath_, signPath, devKey()).valid(), verified);
+        EXPECT_EQ(ERR_peek_error(), 0ul) << "left by the tool";
+        return verified;
     }
     static EVP_PKEY* devKey() {
         static const helion::test::Pkey key = helion::test::devPrivateKey();
@@ -49,6 +58,7 @@ TEST_F(SignatureCheck, ForgeriesAndOtherSchemesAreRejected) {
     EXPECT_FALSE(verifyWith(good, tampered));
     EXPECT_FALSE(verifyWith(sign(package_, helion::test::otherPrivateKey().get()), package_));
     EXPECT_FALSE(verifyWith(sign(package_, devKey(), EVP_sha1()), package_));
+    EXPECT_FALSE(verifyWith(sign(package_, devKey(), EVP_md5_sha1()), package_));  // no DigestInfo
     EXPECT_FALSE(verifyWith(sign(package_, devKey(), EVP_sha256(), true), package_));
 
     std::string base64(4 * ((good.size() + 2) / 3) + 1, '\0');
@@ -58,7 +68,7 @@ TEST_F(SignatureCheck, ForgeriesAndOtherSchemesAreRejected) {
     EXPECT_FALSE(verifyWith(base64, package_));
     // Shorter than the modulus, even as a prefix of the right one.
     EXPECT_FALSE(verifyWith(good.substr(0, 255), package_));
-    EXPECT_EQ(log_.matching("rsa_sha256_verify result:false").size(), 6u);
+    EXPECT_EQ(log_.matching("rsa_sha256_verify result:false").size(), 7u);
 }
 
 // The line shows a bounded prefix of the package: 1024 control bytes, escaped to four each.

@@ -6,6 +6,7 @@
 #include "portal/PackageKit.h"
 #include "support/ServiceAccess.h"
 #include "support/TestSupport.h"
+#include "tools/lib/PackageWriter.h"
 
 namespace {
 
@@ -96,6 +97,23 @@ TEST_P(ZipExtraction, BrokenArchivesFail) {
     const std::string whole = readFile(zipPath_);
     EXPECT_FALSE(extractFile(dir_.write("cut.zip", whole.substr(0, whole.size() - 30))));
     EXPECT_FALSE(fs::exists(dest_));
+}
+
+// Packages from the tool extract here, on both sides of its switch to zip64 sizes. A lowered
+// threshold reaches the switch with a few bytes instead of a 4 GiB entry; the real one is where
+// the 32-bit size fields run out.
+TEST_P(ZipExtraction, ToolPackagesExtractOnBothSidesOfTheZip64Switch) {
+    static_assert(helion::tools::kZip64EntryBytes == 0xffffffffULL);
+    constexpr std::size_t kSwitch = 1000;
+    for (const std::size_t size : {kSwitch - 1, kSwitch}) {
+        dir_.write("tree/f.txt", std::string(size, 'z'));
+        helion::tools::packPortal((dir_.path() / "tree").string(), zipPath_, kSwitch);
+        // The local header's extra field length: the zip64 field's 20 bytes, or nothing.
+        EXPECT_EQ(readFile(zipPath_).substr(28, 2),
+                  std::string({size < kSwitch ? '\0' : '\x14', '\0'}));
+        ASSERT_TRUE(extractFile(zipPath_)) << size;
+        EXPECT_EQ(destFile("f.txt"), std::string(size, 'z'));
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(FileAndMemory, ZipExtraction, ::testing::Bool());

@@ -58,7 +58,8 @@ struct ZipClose {
     void operator()(zipFile zip) const { zipClose(zip, nullptr); }
 };
 
-void addEntry(zipFile zip, const std::string& name, const fs::path& source, PackSummary& summary) {
+void addEntry(zipFile zip, const std::string& name, const fs::path& source, std::uint64_t zip64From,
+              PackSummary& summary) {
     std::unique_ptr<FILE, int (*)(FILE*)> in(std::fopen(source.c_str(), "rb"), &std::fclose);
     if (!in) {
         throw ToolError("cannot read '" + source.string() + "'");
@@ -70,7 +71,7 @@ void addEntry(zipFile zip, const std::string& name, const fs::path& source, Pack
     info.tmz_date.tm_year = 1980;
     info.tmz_date.tm_mon = 0;
     info.tmz_date.tm_mday = 1;
-    const int zip64 = !error && size >= 0xffffffffULL ? 1 : 0;
+    const int zip64 = !error && size >= zip64From ? 1 : 0;
     if (zipOpenNewFileInZip64(zip, name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED,
                               Z_BEST_COMPRESSION, zip64) != ZIP_OK) {
         throw ToolError("cannot add '" + name + "' to the package");
@@ -104,7 +105,8 @@ std::vector<std::string> listPortalFiles(const std::string& dir, const std::stri
     return names;
 }
 
-PackSummary packPortal(const std::string& dir, const std::string& zipPath) {
+PackSummary packPortal(const std::string& dir, const std::string& zipPath,
+                       std::uint64_t zip64From) {
     PackSummary summary;
     summary.entries = listPortalFiles(dir, zipPath);
     if (summary.entries.empty()) {
@@ -126,7 +128,7 @@ PackSummary packPortal(const std::string& dir, const std::string& zipPath) {
             throw ToolError("cannot create '" + zipPath + "'");
         }
         for (const auto& name : summary.entries) {
-            addEntry(zip.get(), name, fs::path(dir) / name, summary);
+            addEntry(zip.get(), name, fs::path(dir) / name, zip64From, summary);
         }
         if (zipClose(zip.release(), nullptr) != ZIP_OK) {
             throw ToolError("cannot finish '" + zipPath + "'");
