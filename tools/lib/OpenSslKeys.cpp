@@ -29,6 +29,18 @@ PkeyPtr requireRsa(PkeyPtr key, const std::string& path) {
     return key;
 }
 
+using PemKeyReader = EVP_PKEY* (*)(BIO*, EVP_PKEY**, pem_password_cb*, void*);
+
+PkeyPtr loadKey(const std::string& path, PemKeyReader read, const char* kind) {
+    const std::string pem = readWholeFile(path, kMaxKeyFileBytes);
+    BioPtr bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+    PkeyPtr key(bio ? read(bio.get(), nullptr, nullptr, nullptr) : nullptr);
+    if (!key) {
+        throw ToolError("'" + path + "' is not a PEM " + kind + " key: " + takeOpenSslErrors());
+    }
+    return requireRsa(std::move(key), path);
+}
+
 }  // namespace
 
 std::string takeOpenSslErrors() {
@@ -68,23 +80,11 @@ std::string publicKeyPem(EVP_PKEY* key) {
 }
 
 PkeyPtr loadPrivateKey(const std::string& path) {
-    const std::string pem = readWholeFile(path, kMaxKeyFileBytes);
-    BioPtr bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-    PkeyPtr key(bio ? PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr) : nullptr);
-    if (!key) {
-        throw ToolError("'" + path + "' is not a PEM private key: " + takeOpenSslErrors());
-    }
-    return requireRsa(std::move(key), path);
+    return loadKey(path, PEM_read_bio_PrivateKey, "private");
 }
 
 PkeyPtr loadPublicKey(const std::string& path) {
-    const std::string pem = readWholeFile(path, kMaxKeyFileBytes);
-    BioPtr bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-    PkeyPtr key(bio ? PEM_read_bio_PUBKEY(bio.get(), nullptr, nullptr, nullptr) : nullptr);
-    if (!key) {
-        throw ToolError("'" + path + "' is not a PEM public key: " + takeOpenSslErrors());
-    }
-    return requireRsa(std::move(key), path);
+    return loadKey(path, PEM_read_bio_PUBKEY, "public");
 }
 
 std::string publicKeyFingerprint(EVP_PKEY* key) {
