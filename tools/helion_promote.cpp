@@ -8,7 +8,7 @@
 #include <functional>
 #include <iostream>
 
-#include "host/Endpoint.h"
+#include "host/endpoint/Endpoint.h"
 #include "tools/cli/CommandLine.h"
 #include "tools/lib/ClientChecks.h"
 #include "tools/lib/FileIo.h"

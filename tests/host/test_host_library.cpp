@@ -1,20 +1,39 @@
-// The host library's own rules: endpoints, the event bus, RPC registration and serving.
+// The host library's own rules: endpoints, listening sockets, the event bus, RPC registration
+// and serving, and what a stop leaves behind.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/read_until.hpp>
+#include <boost/asio/streambuf.hpp>
+#include <boost/asio/write.hpp>
 #include <chrono>
 #include <future>
 #include <stdexcept>
 
-#include "host/Endpoint.h"
 #include "host/EventBus.h"
+#include "host/Host.h"
+#include "host/HttpListener.h"
+#include "host/ListeningSocket.h"
 #include "host/RpcServer.h"
+#include "host/StartupError.h"
+#include "host/endpoint/Endpoint.h"
 #include "rpc/SdpPromoteService.h"
 #include "support/TestSupport.h"
 
 namespace {
 
-using helion::host::parseEndpoint;
+using namespace helion::host;
+namespace net = boost::asio;
+
+bool connects(const Endpoint& where) {
+    net::io_context io;
+    boost::system::error_code error;
+    net::ip::tcp::socket(io).connect({net::ip::make_address(where.address), where.port}, error);
+    return !error;
+}
 
 TEST(HostLibrary, EndpointsParsePrintAndRefuse) {
     for (const auto& [text, printed] : std::vector<std::pair<std::string, std::string>>{
@@ -33,18 +52,17 @@ TEST(HostLibrary, EndpointsParsePrintAndRefuse) {
         EXPECT_THROW(parseEndpoint(text), std::invalid_argument) << text;
     }
     for (const char* text : {"tcp:127.8.9.10:1", "tcp:[::1]:1", "unix:/tmp/x"}) {
-        EXPECT_NO_THROW(helion::host::requireLoopback(parseEndpoint(text))) << text;
+        EXPECT_NO_THROW(requireLoopback(parseEndpoint(text))) << text;
     }
     for (const char* text :
          {"tcp:0.0.0.0:1", "tcp:192.168.1.2:1", "tcp:[::]:1", "tcp:[::ffff:10.0.0.1]:1"}) {
-        EXPECT_THROW(helion::host::requireLoopback(parseEndpoint(text)), std::invalid_argument)
-            << text;
+        EXPECT_THROW(requireLoopback(parseEndpoint(text)), std::invalid_argument) << text;
     }
 }
 
 TEST(HostLibrary, EventBusDeliversByTopicPastFailingSubscribers) {
     helion::test::LogCapture log;
-    helion::host::EventBus bus;
+    EventBus bus;
     std::vector<std::string> seen;
     bus.subscribe("a",
                   [](const std::string&, const std::string&) { throw std::runtime_error("boom"); });
@@ -69,11 +87,11 @@ TEST(HostLibrary, RpcServerRegistersOnceAndReportsServingThatEndsByItself) {
     helion::test::TempDir dir;
     helion::test::LogCapture log;
     std::promise<void> ended;
-    helion::host::RpcServerOptions options;
+    RpcServerOptions options;
     options.endpoint = parseEndpoint("unix:" + dir.str() + "/s.sock");
     options.workers = 1;
     options.onServingEnded = [&] { ended.set_value(); };
-    helion::host::RpcServer server(options);
+    RpcServer server(options);
 
     std::shared_ptr<apache::thrift::TProcessor> none,
         stub = std::make_shared<corvid::rpc::thrift::SdpPromoteServiceProcessor>(
@@ -98,6 +116,64 @@ TEST(HostLibrary, RpcServerRegistersOnceAndReportsServingThatEndsByItself) {
     EXPECT_EQ(ended.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
     server.stop();
     EXPECT_FALSE(boost::filesystem::exists(dir.str() + "/s.sock"));
+}
+
+TEST(HostLibrary, PrivateSocketDirectoriesLetInOnlyTheUserAndTheSocketsGroup) {
+    helion::test::TempDir dir;
+    const std::string nested = dir.str() + "/a/b";
+    createSocketDirectory(nested);
+    EXPECT_TRUE(isPrivateDirectory(nested, std::nullopt));
+    EXPECT_EQ(endpointOf(listenUnix(nested + "/s", std::nullopt).get()).str(),
+              "unix:" + nested + "/s");
+    ::chmod(nested.c_str(), 0750);
+    EXPECT_FALSE(isPrivateDirectory(nested, std::nullopt));
+    EXPECT_TRUE(isPrivateDirectory(nested, ::getegid()));
+    EXPECT_FALSE(isPrivateDirectory(nested, ::getegid() + 1));
+    EXPECT_THROW(isPrivateDirectory(dir.write("file", ""), std::nullopt), StartupError);
+}
+
+TEST(HostLibrary, AStoppedHttpListenerDropsItsConnectionsAndRefusesNewOnes) {
+    HttpListener http({parseEndpoint("tcp:127.0.0.1:0")},
+                      [](HttpRequest&, HttpResponse& response) { response.setStatus(204); });
+    http.bind();
+    http.start();
+    net::io_context io;
+    net::ip::tcp::socket client(io);
+    client.connect({net::ip::make_address("127.0.0.1"), http.endpoint().port});
+    net::write(client, net::buffer(std::string("GET / HTTP/1.1\r\nHost: h\r\n\r\n")));
+    net::streambuf reply;
+    net::read_until(client, reply, "\r\n\r\n");
+    const auto stopping = std::chrono::steady_clock::now();
+    http.stop();  // the kept-alive connection is dropped, not waited out (30 s)
+    EXPECT_LT(std::chrono::steady_clock::now() - stopping, std::chrono::seconds(5));
+    pollfd dropped{client.native_handle(), POLLIN, 0};
+    char byte = 0;
+    EXPECT_EQ(::poll(&dropped, 1, 5000), 1);
+    EXPECT_LE(::recv(client.native_handle(), &byte, 1, 0), 0);
+    EXPECT_FALSE(connects(http.endpoint()));
+}
+
+TEST(HostLibrary, AStoppedHostClosesTheSocketItWasHandedAndHandsItsModuleBackOnce) {
+    auto endpoint = parseEndpoint("tcp:127.0.0.1:0");
+    boost::system::error_code error;
+    bool created = false;
+    HostOptions options;
+    options.listenFd = listenTcp(endpoint, error, created).release();
+    options.modulePath = HELION_COUNTED_MODULE;
+    int freed = 0;
+    {
+        Host host(options);
+        host.eventBus().subscribe("freed",
+                                  [&](const std::string&, const std::string&) { ++freed; });
+        host.start();
+        EXPECT_EQ(host.rpcEndpoint().str(), endpoint.str());
+        EXPECT_TRUE(connects(endpoint));
+        host.shutdown();
+        EXPECT_FALSE(connects(endpoint));
+        EXPECT_EQ(freed, 1);
+    }
+    EXPECT_EQ(freed, 1);
+    EXPECT_EQ(::dlopen(HELION_COUNTED_MODULE, RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
 
 }  // namespace
