@@ -68,30 +68,7 @@ void Host::start() {
     HOST_LOG(spdlog::level::info, "opened module library '{}'", path);
 
     // Endpoints are taken before the module is driven, so a taken port costs no load and unload.
-    RpcServerOptions rpcOptions;
-    if (options_.listen) {
-        rpcOptions.endpoint = *options_.listen;
-    } else {
-        rpcOptions.endpoint.kind = Endpoint::Kind::Unix;
-        rpcOptions.endpoint.path = defaultSocketPath();
-        rpcOptions.requirePrivateDirectory = true;
-    }
-    rpcOptions.listenFd = options_.listenFd;
-    rpcOptions.socketGroup = options_.socketGroup;
-    rpcOptions.workers = options_.workers;
-    rpcOptions.requestTimeoutMs = options_.requestTimeoutMs;
-    rpcOptions.onServingEnded = options_.onServingEnded;
-    rpc_ = std::make_unique<RpcServer>(rpcOptions);
-    rpc_->bind();
-    if (options_.http) {
-        HttpListenerOptions httpOptions;
-        httpOptions.endpoint = *options_.http;
-        http_ = std::make_unique<HttpListener>(
-            httpOptions, [this](HttpRequest& request, HttpResponse& response) {
-                module_->moduleDidRecivedHttpMessage(&request, &response);
-            });
-        http_->bind();
-    }
+    takeEndpoints();
 
     module_ = library_->createInstance();
     if (module_ == nullptr) {
@@ -119,6 +96,33 @@ void Host::start() {
     }
     for (const auto& [topic, content] : options_.events) {
         deliverEvent(topic, content);
+    }
+}
+
+void Host::takeEndpoints() {
+    RpcServerOptions rpcOptions;
+    if (options_.listen) {
+        rpcOptions.endpoint = *options_.listen;
+    } else {
+        rpcOptions.endpoint.kind = Endpoint::Kind::Unix;
+        rpcOptions.endpoint.path = defaultSocketPath();
+        rpcOptions.unixSocket.requirePrivateDirectory = true;
+    }
+    rpcOptions.listenFd = options_.listenFd;
+    rpcOptions.unixSocket.group = options_.socketGroup;
+    rpcOptions.workers = options_.workers;
+    rpcOptions.requestTimeoutMs = options_.requestTimeoutMs;
+    rpcOptions.onServingEnded = options_.onServingEnded;
+    rpc_ = std::make_unique<RpcServer>(rpcOptions);
+    rpc_->bind();
+    if (options_.http) {
+        HttpListenerOptions httpOptions;
+        httpOptions.endpoint = *options_.http;
+        http_ = std::make_unique<HttpListener>(
+            httpOptions, [this](HttpRequest& request, HttpResponse& response) {
+                module_->moduleDidRecivedHttpMessage(&request, &response);
+            });
+        http_->bind();
     }
 }
 

@@ -15,9 +15,9 @@
 
 #include "corvid/IModule.h"
 #include "host/CallTracker.h"
-#include "host/Endpoint.h"
 #include "host/EventBus.h"
 #include "host/RuntimeContext.h"
+#include "host/endpoint/Endpoint.h"
 
 namespace helion::host {
 
@@ -75,6 +75,8 @@ public:
     std::optional<Endpoint> httpEndpoint() const;
 
 private:
+    /// Binds the RPC endpoint (or adopts the handed-over socket) and the HTTP one, if any.
+    void takeEndpoints();
     void logIdentity();
     void unloadModule();
 

@@ -13,6 +13,7 @@
 #include <optional>
 
 #include "host/HostLog.h"
+#include "host/ListeningSocket.h"
 #include "host/StartupError.h"
 
 namespace helion::host {
@@ -227,27 +228,18 @@ void HttpListener::bind() {
     } catch (const std::invalid_argument& error) {
         throw StartupError(std::string("HTTP: ") + error.what());
     }
-    const tcp::endpoint where(net::ip::make_address(bound_.address), bound_.port);
+    const std::string where = bound_.address + ":" + std::to_string(bound_.port);
     beast::error_code error;
-    auto& acceptor = impl_->acceptor;
-    acceptor.open(where.protocol(), error);
-    if (!error) {
-        ::fcntl(acceptor.native_handle(), F_SETFD, FD_CLOEXEC);
-        acceptor.set_option(net::socket_base::reuse_address(true), error);
-    }
-    if (!error) {
-        acceptor.bind(where, error);
-    }
-    if (!error) {
-        acceptor.listen(net::socket_base::max_listen_connections, error);
+    bool created = false;
+    auto fd = listenTcp(bound_, error, created);
+    if (fd) {
+        const auto protocol = net::ip::make_address(bound_.address).is_v4() ? tcp::v4() : tcp::v6();
+        impl_->acceptor.assign(protocol, fd.get(), error);
     }
     if (error) {
-        beast::error_code ignored;
-        acceptor.close(ignored);
-        throw StartupError("cannot listen for HTTP on " + bound_.address + ":" +
-                           std::to_string(bound_.port) + ": " + error.message());
+        throw StartupError("cannot listen for HTTP on " + where + ": " + error.message());
     }
-    bound_.port = acceptor.local_endpoint().port();
+    fd.release();
 }
 
 void HttpListener::start() {

@@ -9,7 +9,7 @@
 #include <memory>
 #include <thread>
 
-#include "host/Endpoint.h"
+#include "host/endpoint/Endpoint.h"
 #include "host/HttpExchange.h"
 
 namespace helion::host {

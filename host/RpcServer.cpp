@@ -1,10 +1,5 @@
 #include "host/RpcServer.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <thrift/concurrency/FunctionRunner.h>
 #include <thrift/concurrency/ThreadFactory.h>
 #include <thrift/concurrency/ThreadManager.h>
@@ -13,13 +8,12 @@
 #include <thrift/transport/TBufferTransports.h>
 #include <unistd.h>
 
-#include <boost/filesystem.hpp>
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "host/HostLog.h"
+#include "host/ListeningSocket.h"
 #include "host/RequestDeadline.h"
 #include "host/ServerSocket.h"
 #include "host/StartupError.h"
@@ -27,7 +21,6 @@
 
 namespace helion::host {
 
-namespace fs = boost::filesystem;
 using apache::thrift::TProcessor;
 
 namespace {
@@ -41,59 +34,6 @@ public:
 private:
     std::shared_ptr<std::promise<void>> ready_;
 };
-
-enum class SocketState { Live, Stale, Unknown };
-
-SocketState probeUnixSocket(const std::string& path, int& error) {
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
-        error = errno;
-        return SocketState::Unknown;
-    }
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-    const int rc = ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-    error = rc == 0 ? 0 : errno;
-    ::close(fd);
-    if (rc == 0) {
-        return SocketState::Live;
-    }
-    return error == ECONNREFUSED ? SocketState::Stale : SocketState::Unknown;
-}
-
-/// Where a handed-over listening socket listens.
-Endpoint endpointOf(int fd) {
-    sockaddr_storage storage{};
-    socklen_t length = sizeof(storage);
-    if (::getsockname(fd, reinterpret_cast<sockaddr*>(&storage), &length) != 0) {
-        throw StartupError(std::string("the handed-over socket has no address: ") +
-                           std::strerror(errno));
-    }
-    Endpoint endpoint;
-    if (storage.ss_family == AF_UNIX) {
-        const auto* address = reinterpret_cast<const sockaddr_un*>(&storage);
-        endpoint.kind = Endpoint::Kind::Unix;
-        endpoint.path.assign(address->sun_path,
-                             strnlen(address->sun_path, sizeof(address->sun_path)));
-        return endpoint;
-    }
-    char text[INET6_ADDRSTRLEN] = {};
-    endpoint.kind = Endpoint::Kind::Tcp;
-    if (storage.ss_family == AF_INET) {
-        const auto* address = reinterpret_cast<const sockaddr_in*>(&storage);
-        ::inet_ntop(AF_INET, &address->sin_addr, text, sizeof(text));
-        endpoint.port = ntohs(address->sin_port);
-    } else if (storage.ss_family == AF_INET6) {
-        const auto* address = reinterpret_cast<const sockaddr_in6*>(&storage);
-        ::inet_ntop(AF_INET6, &address->sin6_addr, text, sizeof(text));
-        endpoint.port = ntohs(address->sin6_port);
-    } else {
-        throw StartupError("the handed-over socket is neither a Unix nor a TCP socket");
-    }
-    endpoint.address = text;
-    return endpoint;
-}
 
 }  // namespace
 
@@ -135,71 +75,6 @@ std::vector<std::string> RpcServer::services() const {
     return names_;
 }
 
-void RpcServer::prepareUnixPath() {
-    const fs::path path(bound_.path);
-    const fs::path dir = path.has_parent_path() ? path.parent_path() : fs::path(".");
-    struct stat dirStat {};
-    if (::lstat(dir.c_str(), &dirStat) != 0 && errno == ENOENT) {
-        boost::system::error_code error;
-        if (dir.has_parent_path()) {
-            fs::create_directories(dir.parent_path(), error);
-        }
-        // Created private, not chmod-ed after: there is no moment in which others may enter.
-        if (error || (::mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST)) {
-            throw StartupError("cannot create socket directory '" + dir.string() +
-                               "': " + (error ? error.message() : std::strerror(errno)));
-        }
-    }
-    // lstat: a link to a private directory is not one; whoever made the link chose the target.
-    if (::lstat(dir.c_str(), &dirStat) != 0) {
-        throw StartupError("cannot check socket directory '" + dir.string() +
-                           "': " + std::strerror(errno));
-    }
-    const bool link = S_ISLNK(dirStat.st_mode);
-    if (!link && !S_ISDIR(dirStat.st_mode)) {
-        throw StartupError("socket directory '" + dir.string() + "' is not a directory");
-    }
-    // The socket's group may need to enter the directory; nobody else may.
-    const mode_t groupBits =
-        options_.socketGroup && dirStat.st_gid == *options_.socketGroup ? 027 : 077;
-    const bool privateDir =
-        !link && dirStat.st_uid == ::geteuid() && (dirStat.st_mode & groupBits) == 0;
-    if (!privateDir) {
-        if (options_.requirePrivateDirectory) {
-            throw StartupError("socket directory '" + dir.string() +
-                               "' must be owned by this user with mode 0700 and not be a "
-                               "symbolic link");
-        }
-        HOST_LOG(spdlog::level::warn,
-                 "socket directory '{}' can be entered by other users; the socket itself is {}",
-                 dir.string(), options_.socketGroup ? "0660" : "0600");
-    }
-
-    struct stat existing {};
-    if (::lstat(path.c_str(), &existing) != 0) {
-        return;
-    }
-    if (!S_ISSOCK(existing.st_mode)) {
-        throw StartupError("'" + path.string() + "' exists and is not a socket; not replacing it");
-    }
-    int probeError = 0;
-    switch (probeUnixSocket(path.string(), probeError)) {
-        case SocketState::Live:
-            throw StartupError("another server is already listening on '" + path.string() + "'");
-        case SocketState::Stale:
-            HOST_LOG(spdlog::level::info, "replacing stale socket '{}' left by a dead server",
-                     path.string());
-            if (::unlink(path.c_str()) != 0) {
-                throw StartupError("cannot remove stale socket '" + path.string() +
-                                   "': " + std::strerror(errno));
-            }
-            return;
-        case SocketState::Unknown:
-            throw StartupError("cannot check socket '" + path.string() +
-                               "': " + std::strerror(probeError));
-    }
-}
-
 void RpcServer::bind() {
     if (socket_) {
         return;
@@ -207,26 +82,18 @@ void RpcServer::bind() {
     if (options_.workers == 0) {
         throw StartupError("the RPC server needs at least one worker");
     }
-    int fd = options_.listenFd;
-    if (fd >= 0) {
-        bound_ = endpointOf(fd);
-    } else if (bound_.kind == Endpoint::Kind::Unix) {
-        prepareUnixPath();
-        fd = listenUnix(bound_.path, options_.socketGroup);
-        ownsSocketFile_ = true;
+    corvid::FileDescriptor fd(std::exchange(options_.listenFd, -1));
+    if (fd) {
+        bound_ = endpointOf(fd.get());
     } else {
-        try {
-            requireLoopback(bound_);
-        } catch (const std::invalid_argument& error) {
-            throw StartupError(error.what());
-        }
-        fd = listenTcp(bound_.address, bound_.port);
+        fd = listenOn(bound_, options_.unixSocket);
+        ownsSocketFile_ = bound_.kind == Endpoint::Kind::Unix;
     }
     ServerSocketOptions socketOptions;
     socketOptions.maxConnections = options_.workers + options_.queue;
     socketOptions.recvTimeoutMs = options_.idleTimeoutMs;
     socketOptions.sendTimeoutMs = options_.idleTimeoutMs;
-    socket_ = std::make_shared<ServerSocket>(fd, socketOptions);
+    socket_ = std::make_shared<ServerSocket>(std::move(fd), socketOptions);
 }
 
 void RpcServer::start() {

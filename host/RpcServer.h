@@ -1,7 +1,6 @@
 #pragma once
 // The host's "RpcServer": one Thrift server multiplexing every processor a module registers.
 
-#include <sys/types.h>
 #include <thrift/concurrency/ThreadManager.h>
 #include <thrift/processor/TMultiplexedProcessor.h>
 #include <thrift/server/TThreadPoolServer.h>
@@ -15,14 +14,14 @@
 #include <future>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "corvid/IRpcServer.h"
 #include "host/CallTracker.h"
-#include "host/Endpoint.h"
+#include "host/SocketPath.h"
+#include "host/endpoint/Endpoint.h"
 
 namespace helion::host {
 
@@ -30,7 +29,8 @@ class ServerSocket;
 
 struct RpcServerOptions {
     Endpoint endpoint;
-    /// A listening socket handed over by the service manager; used instead of binding endpoint.
+    /// A listening socket handed over by the service manager, owned from bind() on; used instead
+    /// of binding endpoint.
     int listenFd = -1;
     /// Connections served at once; up to queue more wait for a free worker, further ones are
     /// closed at once.
@@ -40,10 +40,8 @@ struct RpcServerOptions {
     int idleTimeoutMs = 60000;
     /// A request must arrive whole within this long of its first byte.
     int requestTimeoutMs = 30000;
-    /// Refuse a socket directory that others can enter (the default location) instead of warning.
-    bool requirePrivateDirectory = false;
-    /// Give the Unix socket to this group (mode 0660) instead of the user alone (0600).
-    std::optional<gid_t> socketGroup;
+    /// Who may use a Unix socket, and how private its directory must be.
+    UnixSocketOptions unixSocket;
     /// Called on the serving thread when serving ends without stop() (the listener broke).
     std::function<void()> onServingEnded;
 };
@@ -61,8 +59,8 @@ public:
     void registerProcessor(const char* name,
                            std::shared_ptr<apache::thrift::TProcessor>& processor) override;
 
-    /// Takes the endpoint: prepares the socket directory, replaces a stale socket, binds (or adopts
-    /// the handed-over socket). Throws StartupError (see ModuleLibrary.h) with a one-line reason.
+    /// Takes the endpoint (see ListeningSocket.h), or adopts the handed-over socket. Throws
+    /// StartupError (see ModuleLibrary.h) with a one-line reason.
     void bind();
     /// Serves on background threads; returns once connections are accepted. Requires bind().
     void start();
@@ -87,8 +85,6 @@ private:
         bool queued = false;
         std::uint64_t runs = 0;
     };
-
-    void prepareUnixPath();
 
     RpcServerOptions options_;
     Endpoint bound_;

@@ -1,18 +1,15 @@
 #pragma once
-// The RPC server's listening socket: descriptors closed on exec, a bound on the connections open
-// at once, accept failures waited out instead of ending the server, and a socket that may come
-// ready-made from the service manager.
+// The RPC server's accept loop: descriptors closed on exec, a bound on the connections open at
+// once, accept failures waited out instead of ending the server.
 
-#include <sys/types.h>
 #include <thrift/transport/TServerTransport.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <memory>
-#include <optional>
-#include <string>
+
+#include "common/FileDescriptor.h"
 
 namespace helion::host {
 
@@ -26,30 +23,22 @@ struct ServerSocketOptions {
     std::chrono::milliseconds acceptRetryPause{250};
 };
 
-/// Binds a Unix stream socket at path and listens. The socket is created 0600 (never wider, not
-/// even between bind and chmod); with group it then becomes 0660 and belongs to that group.
-/// Throws StartupError.
-int listenUnix(const std::string& path, std::optional<gid_t> group);
-/// Binds a TCP socket to a numeric address and listens; port 0 picks a free port, written back.
-/// Throws StartupError.
-int listenTcp(const std::string& address, uint16_t& port);
-
 class ServerSocket : public apache::thrift::transport::TServerTransport {
 public:
-    /// Takes ownership of a listening socket.
-    ServerSocket(int listenFd, ServerSocketOptions options);
-    ~ServerSocket() override;
+    /// Serves a listening socket (see ListeningSocket.h).
+    ServerSocket(corvid::FileDescriptor listening, ServerSocketOptions options);
+    ~ServerSocket() override = default;
 
     ServerSocket(const ServerSocket&) = delete;
     ServerSocket& operator=(const ServerSocket&) = delete;
 
-    bool isOpen() const override { return fd_ >= 0; }
+    bool isOpen() const override { return static_cast<bool>(listening_); }
     /// Already listening: the socket was bound before the module loaded.
     void listen() override {}
     void interrupt() override;
     void interruptChildren() override;
-    THRIFT_SOCKET getSocketFD() override { return fd_; }
-    void close() override;
+    THRIFT_SOCKET getSocketFD() override { return listening_.get(); }
+    void close() override { listening_.reset(); }
 
     /// Accepted connections not yet closed.
     std::size_t openConnections() const { return open_->load(); }
@@ -58,15 +47,23 @@ protected:
     std::shared_ptr<apache::thrift::transport::TTransport> acceptImpl() override;
 
 private:
+    /// Waits for a connection; false when a signal broke the wait. Throws when interrupted or
+    /// when the listener broke.
+    bool connectionWaiting();
+    /// Passes over a failed accept(), waiting out shortages (descriptors, memory). Throws when
+    /// the listener broke or an interrupt came meanwhile.
+    void acceptFailed(int error);
     /// Waits up to pause for an interrupt; true when one came.
     bool interruptedWithin(std::chrono::milliseconds pause);
 
-    int fd_;
+    corvid::FileDescriptor listening_;
     ServerSocketOptions options_;
-    // interrupt() writes to wake_[1] and wakes acceptImpl(); interruptChildren() does the same
+    // interrupt() writes to wakeWriter_ and wakes acceptImpl(); interruptChildren() does the same
     // for every accepted connection through the children's pair.
-    int wake_[2] = {-1, -1};
-    int childWakeWriter_ = -1;
+    corvid::FileDescriptor wakeReader_;
+    corvid::FileDescriptor wakeWriter_;
+    corvid::FileDescriptor childWakeWriter_;
+    // Shared with the connections, which may outlive this transport.
     std::shared_ptr<int> childWakeReader_;
     std::shared_ptr<std::atomic<std::size_t>> open_;
     bool acceptFailing_ = false;

@@ -7,7 +7,7 @@
 #include <iostream>
 #include <optional>
 
-#include "host/Endpoint.h"
+#include "host/endpoint/Endpoint.h"
 #include "tools/cli/CommandLine.h"
 #include "tools/lib/ClientChecks.h"
 #include "tools/lib/FileIo.h"

@@ -1,20 +1,35 @@
-// The host library's own rules: endpoints, the event bus, RPC registration and serving.
+// The host library's own rules: endpoints, listening sockets, the event bus, RPC registration
+// and serving, and what a stop leaves behind.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <boost/asio/ip/tcp.hpp>
 #include <chrono>
 #include <future>
 #include <stdexcept>
 
-#include "host/Endpoint.h"
 #include "host/EventBus.h"
+#include "host/Host.h"
+#include "host/HttpListener.h"
+#include "host/ListeningSocket.h"
 #include "host/RpcServer.h"
+#include "host/StartupError.h"
+#include "host/endpoint/Endpoint.h"
 #include "rpc/SdpPromoteService.h"
 #include "support/TestSupport.h"
 
 namespace {
 
-using helion::host::parseEndpoint;
+using namespace helion::host;
+namespace net = boost::asio;
+
+bool connects(const Endpoint& where) {
+    net::io_context io;
+    boost::system::error_code error;
+    net::ip::tcp::socket(io).connect({net::ip::make_address(where.address), where.port}, error);
+    return !error;
+}
 
 TEST(HostLibrary, EndpointsParsePrintAndRefuse) {
     for (const auto& [text, printed] : std::vector<std::pair<std::string, std::string>>{
@@ -33,18 +48,17 @@ TEST(HostLibrary, EndpointsParsePrintAndRefuse) {
         EXPECT_THROW(parseEndpoint(text), std::invalid_argument) << text;
     }
     for (const char* text : {"tcp:127.8.9.10:1", "tcp:[::1]:1", "unix:/tmp/x"}) {
-        EXPECT_NO_THROW(helion::host::requireLoopback(parseEndpoint(text))) << text;
+        EXPECT_NO_THROW(requireLoopback(parseEndpoint(text))) << text;
     }
     for (const char* text :
          {"tcp:0.0.0.0:1", "tcp:192.168.1.2:1", "tcp:[::]:1", "tcp:[::ffff:10.0.0.1]:1"}) {
-        EXPECT_THROW(helion::host::requireLoopback(parseEndpoint(text)), std::invalid_argument)
-            << text;
+        EXPECT_THROW(requireLoopback(parseEndpoint(text)), std::invalid_argument) << text;
     }
 }
 
 TEST(HostLibrary, EventBusDeliversByTopicPastFailingSubscribers) {
     helion::test::LogCapture log;
-    helion::host::EventBus bus;
+    EventBus bus;
     std::vector<std::string> seen;
     bus.subscribe("a",
                   [](const std::string&, const std::string&) { throw std::runtime_error("boom"); });
@@ -69,11 +83,11 @@ TEST(HostLibrary, RpcServerRegistersOnceAndReportsServingThatEndsByItself) {
     helion::test::TempDir dir;
     helion::test::LogCapture log;
     std::promise<void> ended;
-    helion::host::RpcServerOptions options;
-    options.endpoint = parseEndpoint("unix:" + dir.str() + "/s.sock");
+    RpcServerOptions options;
+    const int listening = options.listenFd = listenUnix(dir.str() + "/s.sock", {}).release();
     options.workers = 1;
     options.onServingEnded = [&] { ended.set_value(); };
-    helion::host::RpcServer server(options);
+    RpcServer server(options);
 
     std::shared_ptr<apache::thrift::TProcessor> none,
         stub = std::make_shared<corvid::rpc::thrift::SdpPromoteServiceProcessor>(
@@ -87,17 +101,51 @@ TEST(HostLibrary, RpcServerRegistersOnceAndReportsServingThatEndsByItself) {
     EXPECT_THROW(server.registerProcessor("Other", stub), std::logic_error);
     EXPECT_EQ(server.services(), std::vector<std::string>{"SdpPromoteService"});
 
-    // Break the listener under the server: the only listening socket of this process.
-    for (int fd = 3; fd < 1024; ++fd) {
-        int listening = 0;
-        socklen_t size = sizeof(listening);
-        if (::getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) == 0 && listening) {
-            ::shutdown(fd, SHUT_RDWR);
-        }
-    }
+    ::shutdown(listening, SHUT_RDWR);  // the listener breaks under the server
     EXPECT_EQ(ended.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
-    server.stop();
-    EXPECT_FALSE(boost::filesystem::exists(dir.str() + "/s.sock"));
+    EXPECT_EQ(server.endpoint().str(), "unix:" + dir.str() + "/s.sock");
+}
+
+TEST(HostLibrary, PrivateSocketDirectoriesLetInOnlyTheUserAndTheSocketsGroup) {
+    helion::test::TempDir dir;
+    const std::string nested = dir.str() + "/a/b";
+    createSocketDirectory(nested);
+    EXPECT_TRUE(isPrivateDirectory(nested, std::nullopt));
+    ::symlink(nested.c_str(), (dir.str() + "/link").c_str());
+    EXPECT_FALSE(isPrivateDirectory(dir.str() + "/link", std::nullopt));
+    ::chmod(nested.c_str(), 0750);
+    EXPECT_FALSE(isPrivateDirectory(nested, std::nullopt));
+    EXPECT_TRUE(isPrivateDirectory(nested, ::getegid()));
+    EXPECT_FALSE(isPrivateDirectory(nested, ::getegid() + 1));
+    EXPECT_THROW(isPrivateDirectory(dir.write("file", ""), std::nullopt), StartupError);
+}
+
+TEST(HostLibrary, AStoppedHostClosesItsSocketsAtOnceAndHandsItsModuleBackOnce) {
+    auto endpoint = parseEndpoint("tcp:127.0.0.1:0");
+    HostOptions options;
+    options.listenFd = listenOn(endpoint, {}).release();
+    options.http = parseEndpoint("tcp:127.0.0.1:0");
+    options.modulePath = HELION_COUNTED_MODULE;
+    int freed = 0;
+    {
+        Host host(options);
+        host.eventBus().subscribe("freed", [&](auto&, auto&) { ++freed; });
+        host.start();
+        EXPECT_EQ(host.rpcEndpoint().str(), endpoint.str());
+        const Endpoint http = *host.httpEndpoint();
+        net::io_context io;
+        net::ip::tcp::socket client(io);
+        client.connect({net::ip::make_address(http.address), http.port});
+        client.send(net::buffer(std::string("GET / HTTP/1.1\r\nHost: h\r\n\r\n")));
+        char reply[64];
+        client.read_some(net::buffer(reply));  // answered: the connection is kept alive
+        const auto stopping = std::chrono::steady_clock::now();
+        host.shutdown();  // the kept-alive HTTP connection is dropped, not waited out (30 s)
+        EXPECT_LT(std::chrono::steady_clock::now() - stopping, std::chrono::seconds(5));
+        EXPECT_FALSE(connects(endpoint) || connects(http));
+    }
+    EXPECT_EQ(freed, 1);
+    EXPECT_EQ(::dlopen(HELION_COUNTED_MODULE, RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
 
 }  // namespace

@@ -76,13 +76,9 @@ class Journeys(HostTestCase):
     def test_endpoints_private_paths_and_sockets_left_behind(self):
         env = dict(os.environ, XDG_RUNTIME_DIR=self.tmp)
         directory = os.path.join(self.tmp, "helion")
-        os.mkdir(os.path.join(self.tmp, "private"), 0o700)
-        for make, undo in ((lambda: os.symlink(self.tmp + "/private", directory), os.remove),
-                           (lambda: os.mkdir(directory) or os.chmod(directory, 0o755), os.rmdir)):
-            make()
-            self.failed_start("must be owned by this user with mode 0700", listen="", env=env)
-            undo(directory)
-        os.mkdir(directory, 0o700)
+        os.mkdir(directory, 0o755)  # a link to a private one too: test_host_library
+        self.failed_start("must be owned by this user with mode 0700", listen="", env=env)
+        os.chmod(directory, 0o700)
         group = next(g for g in grp.getgrall() if g.gr_gid != os.getgid())
         host = self.start_host(listen="", env=env, extra=("--socket-group", group.gr_name))
         self.assertEqual(host.endpoint, "unix:" + os.path.join(directory, "promote.sock"))
@@ -92,10 +88,7 @@ class Journeys(HostTestCase):
         self.assertRegex(self.start_host(listen="tcp:127.0.0.1:0").endpoint,
                          r"^tcp:127\.0\.0\.1:\d+$")  # the fixture pinged it
 
-        with socket.socket(socket.AF_UNIX) as dead:
-            dead.bind(os.path.join(self.tmp, "promote.sock"))
-        first = self.start_host()
-        self.assertIn("replacing stale socket", first.log())
+        first = self.start_host()  # a dead host's socket: faults.host
         self.failed_start("already listening")
         self.assertEqual(promote(first.endpoint, "ping").returncode, 0)
         first.stop()

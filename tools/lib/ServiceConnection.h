@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "host/Endpoint.h"
+#include "host/endpoint/Endpoint.h"
 #include "rpc/SdpPromoteService.h"
 
 namespace apache::thrift::transport {

@@ -1,4 +1,4 @@
-#include "host/Endpoint.h"
+#include "host/endpoint/Endpoint.h"
 
 #include <sys/un.h>
 #include <unistd.h>
