@@ -16,6 +16,7 @@
 #include <iostream>
 #include <thread>
 
+#include "UnixPathOption.h"
 #include "rpc/SdpPromoteService.h"
 
 namespace {
@@ -48,22 +49,16 @@ private:
 
 int main(int argc, char** argv) {
     CLI::App app{"Serves SdpPromoteService with an empty handler, configured like helion-host."};
-    std::string listen;
+    std::string path;
     std::size_t workers = 8;
     int idleTimeoutMs = 60000;
-    app.add_option("-l,--listen", listen, "unix:PATH to serve on")->required();
+    helion::bench::addUnixPathOption(app, "-l,--listen", path, "Where to serve");
     app.add_option("-w,--workers", workers, "Connections served at once")
         ->check(CLI::Range(1, 256))
         ->capture_default_str();
     app.add_option("--idle-timeout-ms", idleTimeoutMs, "Drop a connection idle this long")
         ->capture_default_str();
     CLI11_PARSE(app, argc, argv);
-    const std::string prefix = "unix:";
-    if (listen.compare(0, prefix.size(), prefix) != 0 || listen.size() == prefix.size()) {
-        std::cerr << "helion_bare_thrift_server: error: --listen takes unix:PATH" << std::endl;
-        return 2;
-    }
-    const std::string path = listen.substr(prefix.size());
 
     GlobalOutput.setOutputFunction([](const char*) {});
     sigset_t stopSignals;

@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "UnixPathOption.h"
 #include "rpc/SdpPromoteService.h"
 
 namespace {
@@ -30,11 +31,11 @@ struct Worker {
 
 int main(int argc, char** argv) {
     CLI::App app{"Calls IsRpcStatusNormal over N connections for a fixed time."};
-    std::string connect;
+    std::string path;
     unsigned clients = 1;
     double seconds = 3;
     std::uint64_t maxCalls = 50'000'000;
-    app.add_option("-c,--connect", connect, "unix:PATH of the server")->required();
+    helion::bench::addUnixPathOption(app, "-c,--connect", path, "The server");
     app.add_option("-n,--clients", clients, "Concurrent connections")
         ->check(CLI::Range(1, 64))
         ->capture_default_str();
@@ -44,12 +45,6 @@ int main(int argc, char** argv) {
     app.add_option("--max-calls", maxCalls, "Stop a connection after this many calls")
         ->capture_default_str();
     CLI11_PARSE(app, argc, argv);
-    const std::string prefix = "unix:";
-    if (connect.compare(0, prefix.size(), prefix) != 0) {
-        std::cerr << "helion_rpc_load: error: --connect takes unix:PATH" << std::endl;
-        return 2;
-    }
-    const std::string path = connect.substr(prefix.size());
 
     std::vector<Worker> workers(clients);
     std::vector<std::thread> threads;
