@@ -5,7 +5,9 @@
 #include "portal/PackageKit.h"
 #include "support/ServiceAccess.h"
 #include "support/TestSupport.h"
+#ifdef HELION_TEST_TOOLS
 #include "tools/lib/PackageSignature.h"
+#endif
 
 namespace {
 
@@ -26,9 +28,11 @@ protected:
         // What a failed check pushed on this thread's error queue must not outlive it: the host's
         // next OpenSSL call would read it as its own.
         EXPECT_EQ(ERR_peek_error(), 0ul) << "left by the module";
+#ifdef HELION_TEST_TOOLS
         // The tool promises the module's verdict, and leaves the queue as clean.
         EXPECT_EQ(helion::tools::verifyPackageFile(zipPath_, signPath, devKey()).valid(), verified);
         EXPECT_EQ(ERR_peek_error(), 0ul) << "left by the tool";
+#endif
         return verified;
     }
     static EVP_PKEY* devKey() {
